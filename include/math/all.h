@@ -1,0 +1,10 @@
+// Every public header of the library.
+#ifndef MATH_ALL_H
+#define MATH_ALL_H
+
+#include <math/errors.h>
+#include <math/geometric.h>
+#include <math/matrix.h>
+#include <math/point.h>
+
+#endif

@@ -1,0 +1,212 @@
+#include <math/matrix.h>
+
+#include <core/memtracker.h>
+#include <core/throw.h>
+
+#include <gtest/gtest.h>
+
+#include <Eigen/Dense>
+
+#include <random>
+#include <vector>
+
+using math::Cmatrix;
+
+template <class T>
+class MatrixTyped : public ::testing::Test {};
+using Scalars = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(MatrixTyped, Scalars);
+
+namespace {
+
+template <class T>
+Cmatrix<T> randomMatrix(unsigned m, unsigned n, std::mt19937& rng) {
+    std::uniform_real_distribution<double> u(-10, 10);
+    Cmatrix<T> a(m, n);
+    for (T& x : a) x = static_cast<T>(u(rng));
+    return a;
+}
+
+}  // namespace
+
+TYPED_TEST(MatrixTyped, ConstructionAndAccess) {
+    using T = TypeParam;
+    Cmatrix<T> a(2, 3, T(1.5));
+    EXPECT_EQ(a.m(), 2u);
+    EXPECT_EQ(a.n(), 3u);
+    EXPECT_EQ(a.size(), 6u);
+    EXPECT_EQ(a.byteSize(), 6 * sizeof(T));
+    for (T x : a) EXPECT_EQ(x, T(1.5));
+    a(1, 2) = 7;
+    EXPECT_EQ(a.getBase()[5], T(7));
+    EXPECT_EQ(a.getRow(1)[2], T(7));
+    Cmatrix<T> e;
+    EXPECT_EQ(e.m(), 0u);
+    EXPECT_EQ(e.size(), 0u);
+    EXPECT_EQ(e.begin(), e.end());
+    e.resize(3, 2);
+    EXPECT_EQ(e.size(), 6u);
+    for (T x : e) EXPECT_EQ(x, T(0));
+}
+
+TYPED_TEST(MatrixTyped, IdentityBlockRowAndColumnTransfer) {
+    using T = TypeParam;
+    Cmatrix<T> a(2, 3, T(9));
+    a.setIdentity();
+    const T id[] = {1, 0, 0, 0, 1, 0};
+    for (unsigned k = 0; k < 6; ++k) EXPECT_EQ(a.getBase()[k], id[k]);
+
+    Cmatrix<T> m(3, 3, T(0));
+    Cmatrix<T> s(3, 3);
+    for (unsigned k = 0; k < 9; ++k) s.getBase()[k] = T(k + 1);
+    m.setMatrix(1, 1, s);
+    const T exp[] = {0, 0, 0, 0, 1, 2, 0, 4, 5};
+    for (unsigned k = 0; k < 9; ++k) EXPECT_EQ(m.getBase()[k], exp[k]) << k;
+    Cmatrix<T> before = m;
+    m.setMatrix(3, 0, s);
+    m.setMatrix(0, 3, s);
+    for (unsigned k = 0; k < 9; ++k) EXPECT_EQ(m.getBase()[k], before.getBase()[k]);
+
+    Cmatrix<T> r(2, 3, T(5));
+    r.setRow(0, {1, 2});
+    EXPECT_EQ(r(0, 0), T(1));
+    EXPECT_EQ(r(0, 1), T(2));
+    EXPECT_EQ(r(0, 2), T(5));
+    r.setRow(1, {7, 8, 9, 10});
+    EXPECT_EQ(r(1, 2), T(9));
+    r.setCol(2, {3});
+    EXPECT_EQ(r(0, 2), T(3));
+    EXPECT_EQ(r(1, 2), T(9));
+
+    Cmatrix<T> c(4, 2);
+    for (unsigned k = 0; k < 8; ++k) c.getBase()[k] = T(k);
+    std::vector<T> v(17, T(1));
+    c.getCol(1, v);
+    EXPECT_EQ(v, (std::vector<T>{1, 3, 5, 7}));
+    c.getRow(2, v);
+    EXPECT_EQ(v, (std::vector<T>{4, 5}));
+
+    std::vector<T> col(c.col_begin(0), c.col_end(0));
+    EXPECT_EQ(col, (std::vector<T>{0, 2, 4, 6}));
+    EXPECT_EQ(c.col_end(0) - c.col_begin(0), 4);
+    std::vector<T> row(c.row_begin(3), c.row_end(3));
+    EXPECT_EQ(row, (std::vector<T>{6, 7}));
+}
+
+TYPED_TEST(MatrixTyped, ElementWiseArithmetic) {
+    using T = TypeParam;
+    Cmatrix<T> z(2, 2, T(0));
+    z += T(2);
+    for (T x : z) EXPECT_EQ(x, T(2));
+    z -= T(0.5);
+    z *= T(4);
+    for (T x : z) EXPECT_EQ(x, T(6));
+    std::mt19937 rng(3);
+    Cmatrix<T> a = randomMatrix<T>(5, 7, rng), b = randomMatrix<T>(5, 7, rng);
+    Cmatrix<T> s = a + b, d = a - b, n = -a;
+    for (unsigned k = 0; k < a.size(); ++k) {
+        EXPECT_EQ(s.getBase()[k], a.getBase()[k] + b.getBase()[k]);
+        EXPECT_EQ(d.getBase()[k], a.getBase()[k] - b.getBase()[k]);
+        EXPECT_EQ(n.getBase()[k], -a.getBase()[k]);
+    }
+    Cmatrix<T> c = a;
+    c += b;
+    c -= b;
+    for (unsigned k = 0; k < a.size(); ++k) EXPECT_EQ(c.getBase()[k], (a.getBase()[k] + b.getBase()[k]) - b.getBase()[k]);
+}
+
+TYPED_TEST(MatrixTyped, ProductKeepsTheTextbookSummationOrder) {
+    using T = TypeParam;
+    std::mt19937 rng(5);
+    for (unsigned m : {1u, 3u, 4u, 8u, 17u}) {
+        for (unsigned n : {1u, 3u, 5u, 9u}) {
+            for (unsigned p : {1u, 2u, 4u, 13u}) {
+                Cmatrix<T> a = randomMatrix<T>(m, n, rng), b = randomMatrix<T>(n, p, rng);
+                Cmatrix<T> c = a * b;
+                ASSERT_EQ(c.m(), m);
+                ASSERT_EQ(c.n(), p);
+                for (unsigned i = 0; i < m; ++i)
+                    for (unsigned j = 0; j < p; ++j) {
+                        volatile T sum = 0;  // textbook loop, no contraction
+                        for (unsigned k = 0; k < n; ++k) {
+                            volatile T prod = a(i, k) * b(k, j);
+                            sum = sum + prod;
+                        }
+                        ASSERT_EQ(c(i, j), sum) << m << "x" << n << "x" << p;
+                    }
+                Cmatrix<T> a2 = a;
+                a2 *= b;
+                ASSERT_EQ(a2.m(), m);
+                ASSERT_EQ(a2.n(), p);
+                for (unsigned k = 0; k < c.size(); ++k) ASSERT_EQ(a2.getBase()[k], c.getBase()[k]);
+            }
+        }
+    }
+    Cmatrix<T> row(1, 3), colv(3, 1);
+    for (unsigned k = 0; k < 3; ++k) {
+        row(0, k) = T(k + 1);
+        colv(k, 0) = T(k + 4);
+    }
+    Cmatrix<T> dot = row * colv;
+    EXPECT_EQ(dot.m(), 1u);
+    EXPECT_EQ(dot(0, 0), T(32));
+    Cmatrix<T> outer = colv * row;
+    EXPECT_EQ(outer.m(), 3u);
+    EXPECT_EQ(outer.n(), 3u);
+    EXPECT_EQ(outer(2, 1), T(12));
+}
+
+TYPED_TEST(MatrixTyped, TransposeAndEigenOracle) {
+    using T = TypeParam;
+    std::mt19937 rng(9);
+    Cmatrix<T> a = randomMatrix<T>(2, 3, rng);
+    Cmatrix<T> t = a.transp();
+    EXPECT_EQ(t.m(), 3u);
+    EXPECT_EQ(t.n(), 2u);
+    Cmatrix<T> tt = t.transp();
+    for (unsigned k = 0; k < a.size(); ++k) EXPECT_EQ(tt.getBase()[k], a.getBase()[k]);
+    for (unsigned i = 0; i < 2; ++i)
+        for (unsigned j = 0; j < 3; ++j) EXPECT_EQ(t(j, i), a(i, j));
+
+    using EM = Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+    Cmatrix<T> x = randomMatrix<T>(6, 4, rng), y = randomMatrix<T>(4, 5, rng);
+    Eigen::Map<const EM> ex(x.getBase(), 6, 4), ey(y.getBase(), 4, 5);
+    EM ez = ex * ey;
+    Cmatrix<T> z = x * y;
+    for (unsigned i = 0; i < 6; ++i)
+        for (unsigned j = 0; j < 5; ++j) EXPECT_NEAR(z(i, j), ez(i, j), (std::is_same<T, float>::value ? 1e-3 : 1e-11));
+}
+
+TYPED_TEST(MatrixTyped, ValueSemanticsAndSwap) {
+    using T = TypeParam;
+    const auto blocks = core::memTracker_liveBlocks();
+    {
+        Cmatrix<T> a(3, 3, T(1)), b(2, 5, T(2));
+        EXPECT_EQ(core::memTracker_liveBlocks(), blocks + 2);
+        const T* pa = a.getBase();
+        a.swap(b);  // constant time: the blocks change hands
+        EXPECT_EQ(b.getBase(), pa);
+        EXPECT_EQ(a.m(), 2u);
+        EXPECT_EQ(a.n(), 5u);
+        Cmatrix<T> c(a);
+        c(0, 0) = 9;
+        EXPECT_EQ(a(0, 0), T(2));
+        Cmatrix<T> d = std::move(c);
+        EXPECT_EQ(d(0, 0), T(9));
+        a = d;
+        EXPECT_EQ(a(0, 0), T(9));
+        a = a;
+        EXPECT_EQ(a(0, 0), T(9));
+    }
+    EXPECT_EQ(core::memTracker_liveBlocks(), blocks);
+}
+
+TEST(Matrix, ImpossibleSizeFailsThroughTheTrackedAllocator) {
+    const auto blocks = core::memTracker_liveBlocks();
+    EXPECT_THROW(Cmatrix<double>(100000, 100000), CthrowBase);
+    Cmatrix<double> a(2, 2, 1.0);
+    EXPECT_THROW(a.resize(0xFFFFFFFFu, 2), CthrowBase);
+    EXPECT_EQ(a.m(), 2u);  // unchanged after the failed resize
+    EXPECT_EQ(a(1, 1), 1.0);
+    EXPECT_EQ(core::memTracker_liveBlocks(), blocks + 1);
+}
