@@ -196,20 +196,81 @@ void product(const T* A, const T* B, T* C, unsigned m, unsigned n, unsigned p) {
     fn(A, B, C, m, n, p);
 }
 
-// Transposition in square tiles: a tile's source rows and destination rows
-// both stay in L1, so neither side walks memory with a large stride for long.
+// W x W block of src (row stride n) to dst (row stride m), transposed in
+// registers: four floats or two doubles per vector.
+#if defined(__has_builtin)
+#if __has_builtin(__builtin_shufflevector)
+#define METROMATH_HAVE_SHUFFLE 1
+#endif
+#endif
+
+template <class T>
+struct TransposeBlock {
+    static constexpr unsigned W = 1;
+    static void run(const T* s, std::size_t n, T* d, std::size_t m) { *d = *s; (void)n, (void)m; }
+};
+
+#ifdef METROMATH_HAVE_SHUFFLE
+template <>
+struct TransposeBlock<float> {
+    static constexpr unsigned W = 4;
+    typedef Vec<float, 4>::type V;
+    static METROMATH_ALWAYS_INLINE void run(const float* s, std::size_t n, float* d, std::size_t m) {
+        V r0, r1, r2, r3;
+        vload(r0, s);
+        vload(r1, s + n);
+        vload(r2, s + 2 * n);
+        vload(r3, s + 3 * n);
+        const V t0 = __builtin_shufflevector(r0, r1, 0, 4, 1, 5);
+        const V t1 = __builtin_shufflevector(r0, r1, 2, 6, 3, 7);
+        const V t2 = __builtin_shufflevector(r2, r3, 0, 4, 1, 5);
+        const V t3 = __builtin_shufflevector(r2, r3, 2, 6, 3, 7);
+        vstore(d, V(__builtin_shufflevector(t0, t2, 0, 1, 4, 5)));
+        vstore(d + m, V(__builtin_shufflevector(t0, t2, 2, 3, 6, 7)));
+        vstore(d + 2 * m, V(__builtin_shufflevector(t1, t3, 0, 1, 4, 5)));
+        vstore(d + 3 * m, V(__builtin_shufflevector(t1, t3, 2, 3, 6, 7)));
+    }
+};
+
+template <>
+struct TransposeBlock<double> {
+    static constexpr unsigned W = 2;
+    typedef Vec<double, 2>::type V;
+    static METROMATH_ALWAYS_INLINE void run(const double* s, std::size_t n, double* d, std::size_t m) {
+        V r0, r1;
+        vload(r0, s);
+        vload(r1, s + n);
+        vstore(d, V(__builtin_shufflevector(r0, r1, 0, 2)));
+        vstore(d + m, V(__builtin_shufflevector(r0, r1, 1, 3)));
+    }
+};
+#endif
+
+// Transposition in square tiles of 128-byte rows (32 floats, 16 doubles), so
+// that a tile's source and destination rows stay in L1 even when the row
+// stride is a power of two (which maps the rows to few cache sets), and
+// within a tile in register blocks.
 template <class T>
 void transpose(const T* __restrict src, T* __restrict dst, unsigned m, unsigned n) {
-    constexpr unsigned TB = 64 / sizeof(T) * 2;  // two cache lines of elements
+    constexpr unsigned TB = 128 / sizeof(T);
+    constexpr unsigned W = TransposeBlock<T>::W;
     for (unsigned i0 = 0; i0 < m; i0 += TB) {
         const unsigned i1 = std::min(m, i0 + TB);
         for (unsigned j0 = 0; j0 < n; j0 += TB) {
             const unsigned j1 = std::min(n, j0 + TB);
-            for (unsigned j = j0; j < j1; ++j) {
-                T* d = dst + static_cast<std::size_t>(j) * m;
-                const T* s = src + j;
-                for (unsigned i = i0; i < i1; ++i) d[i] = s[static_cast<std::size_t>(i) * n];
+            unsigned i = i0;
+            for (; i + W <= i1; i += W) {
+                unsigned j = j0;
+                for (; j + W <= j1; j += W)
+                    TransposeBlock<T>::run(src + static_cast<std::size_t>(i) * n + j, n,
+                                           dst + static_cast<std::size_t>(j) * m + i, m);
+                for (; j < j1; ++j)
+                    for (unsigned r = i; r < i + W; ++r)
+                        dst[static_cast<std::size_t>(j) * m + r] = src[static_cast<std::size_t>(r) * n + j];
             }
+            for (; i < i1; ++i)
+                for (unsigned j = j0; j < j1; ++j)
+                    dst[static_cast<std::size_t>(j) * m + i] = src[static_cast<std::size_t>(i) * n + j];
         }
     }
 }
