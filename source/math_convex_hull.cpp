@@ -10,16 +10,14 @@ namespace math {
 
 namespace {
 
-// Every coordinate of the set lies in a range where the exact sign of the
-// cross product of two difference vectors can be evaluated (see
-// math_planar_exact.h): float differences do not overflow; double products
-// neither overflow nor lose their rounding error to underflow.
-inline bool safeCoordinate(float v) {
-    return std::abs(v) <= 0x1p126f;
+// Coordinates for which the exact orientation holds (see math_planar_exact.h):
+// every float and int; doubles of magnitude 2^-400 .. 2^500 or 0.
+inline bool safeCoordinate(float) {
+    return true;
 }
 inline bool safeCoordinate(double v) {
     const double a = std::abs(v);
-    return a <= 0x1p500 && (a == 0.0 || a >= 0x1p-450);
+    return a <= 0x1p500 && (a == 0.0 || a >= 0x1p-400);
 }
 inline bool safeCoordinate(int) {
     return true;
@@ -43,11 +41,8 @@ CcvxHull2D<T>::CcvxHull2D(std::vector<Cvector2<T>> pts) {
 }
 
 template <class T>
-typename CcvxHull2D<T>::Twide CcvxHull2D<T>::T_func(Cvector2<T> const& a, Cvector2<T> const& b,
-                                                    Cvector2<T> const& c) {
-    const Twide bx = Tdiff(b.x) - Tdiff(a.x), by = Tdiff(b.y) - Tdiff(a.y);
-    const Twide cx = Tdiff(c.x) - Tdiff(a.x), cy = Tdiff(c.y) - Tdiff(a.y);
-    return bx * cy - cx * by;
+int CcvxHull2D<T>::T_func(Cvector2<T> const& a, Cvector2<T> const& b, Cvector2<T> const& c) {
+    return detail::orient(a, b, c);
 }
 
 template <class T>
@@ -81,13 +76,16 @@ void CcvxHull2D<T>::calc(std::vector<Cvector2<T>>& pts) {
 
     // Counter-clockwise around the pivot; on one ray the nearer point first.
     // All points lie in the half plane above the pivot (or right of it on its
-    // row), so the exact cross-product sign orders them by angle.
+    // row), so the sign of T_func orders them by angle.  The rounded squared
+    // distance grows monotonically along a ray; where it ties, the coordinate
+    // along the ray decides exactly.
     const auto ccw = [&pivot](Cvector2<T> const& a, Cvector2<T> const& b) {
-        const Tdiff ax = Tdiff(a.x) - Tdiff(pivot.x), ay = Tdiff(a.y) - Tdiff(pivot.y);
-        const Tdiff bx = Tdiff(b.x) - Tdiff(pivot.x), by = Tdiff(b.y) - Tdiff(pivot.y);
-        const int s = detail::crossSign(ax, ay, bx, by);
+        const int s = T_func(pivot, a, b);
         if (s != 0) return s > 0;
-        return sqDist(pivot, a) < sqDist(pivot, b);
+        const Twide da = sqDist(pivot, a), db = sqDist(pivot, b);
+        if (da != db) return da < db;
+        if (a.x != b.x) return a.x > pivot.x ? a.x < b.x : a.x > b.x;
+        return a.y < b.y;
     };
     if (safe) {
         std::sort(pts.begin() + 1, pts.end(), ccw);
@@ -101,7 +99,7 @@ void CcvxHull2D<T>::calc(std::vector<Cvector2<T>>& pts) {
     // and the pivot (so of each run the last, farthest one survives).
     std::size_t k = 1;
     for (std::size_t i = 1; i < pts.size(); ++i) {
-        if (i + 1 == pts.size() || T_func(pivot, pts[i], pts[i + 1]) != Twide(0)) pts[k++] = pts[i];
+        if (i + 1 == pts.size() || T_func(pivot, pts[i], pts[i + 1]) != 0) pts[k++] = pts[i];
     }
     pts.resize(k);
     if (pts.size() < 3) return;
@@ -113,7 +111,7 @@ void CcvxHull2D<T>::calc(std::vector<Cvector2<T>>& pts) {
     std::size_t i = 2;
     while (i < pts.size()) {
         const std::size_t h = m_hull.size();
-        if (h < 2 || T_func(m_hull[h - 2], m_hull[h - 1], pts[i]) > Twide(0)) {
+        if (h < 2 || T_func(m_hull[h - 2], m_hull[h - 1], pts[i]) > 0) {
             m_hull.push_back(pts[i]);
             ++i;
         } else {

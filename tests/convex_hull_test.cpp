@@ -132,6 +132,31 @@ TYPED_TEST(Hull, RandomSetsAgainstBruteForceAndMonotoneChain) {
     }
 }
 
+TYPED_TEST(Hull, DenseFineGridAgainstExactOracle) {
+    using T = TypeParam;
+    if constexpr (!std::is_integral<T>::value) {
+        // 2*10^5 points k * 2^-10 in [-1024, 1024]^2 (exact in float): dense
+        // enough that rounded turn tests misorder points nearly collinear with
+        // the pivot.  The oracle works on the integers k exactly.
+        std::mt19937 rng(2);
+        std::uniform_int_distribution<int> K(-(1 << 20), 1 << 20);
+        for (int round = 0; round < 3; ++round) {
+            std::vector<V<T>> pts;
+            std::vector<V<int>> scaled;
+            for (int i = 0; i < 200000; ++i) {
+                const int kx = K(rng), ky = round == 2 ? K(rng) / 64 : K(rng);  // last: a flat cloud
+                pts.emplace_back(T(kx) * T(0x1p-10), T(ky) * T(0x1p-10));
+                scaled.emplace_back(kx, ky);
+            }
+            const CcvxHull2D<T> h(pts);
+            std::vector<V<int>> hs;
+            for (auto& p : h.points()) hs.emplace_back(int(p.x * T(1024)), int(p.y * T(1024)));
+            ASSERT_TRUE(isHullOf(hs, scaled)) << round;
+            EXPECT_EQ(hs, CcvxHull2D<int>(scaled).points());
+        }
+    }
+}
+
 TEST(Hull, IntegerExtremesAreExact) {
     using W = V<int>;
     // Differences up to 2^32 and products up to 2^64: no overflow, exact turns.
