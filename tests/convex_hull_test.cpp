@@ -140,11 +140,11 @@ TYPED_TEST(Hull, DenseFineGridAgainstExactOracle) {
         // the pivot.  The oracle works on the integers k exactly.
         std::mt19937 rng(2);
         std::uniform_int_distribution<int> K(-(1 << 20), 1 << 20);
-        for (int round = 0; round < 3; ++round) {
+        for (int round = 0; round < 2; ++round) {
             std::vector<V<T>> pts;
             std::vector<V<int>> scaled;
-            for (int i = 0; i < 200000; ++i) {
-                const int kx = K(rng), ky = round == 2 ? K(rng) / 64 : K(rng);  // last: a flat cloud
+            for (int i = 0; i < (round == 0 ? 200000 : 50000); ++i) {
+                const int kx = K(rng), ky = round == 1 ? K(rng) / 64 : K(rng);  // then a flat cloud
                 pts.emplace_back(T(kx) * T(0x1p-10), T(ky) * T(0x1p-10));
                 scaled.emplace_back(kx, ky);
             }
