@@ -8,7 +8,7 @@
 #include <math/point.h>
 
 // ---- includes of the planar primitives ----
-
+#include <math/primitives2.h>
 // ---- end of planar includes ----
 
 // ---- includes of the spatial primitives ----
@@ -57,6 +57,12 @@ public:
     // ---------------------------------------------------------------------
     // Planar queries
     // ---------------------------------------------------------------------
+
+    // Intersection of two planar lines.  det = a.dx*b.dy - a.dy*b.dx is the
+    // sine of the angle between the unit directions; |det| <= 2^-23 (for float
+    // and double alike) counts as parallel: false, s unchanged.  Otherwise s is
+    // the common point, from the two equations x cross d = p cross d, and true.
+    static bool intersect(Cline2<T> const& a, Cline2<T> const& b, Cpoint2<T>& s);
 
     // ---- end of planar queries ----
 
