@@ -555,6 +555,134 @@ bool geometric<T>::intersect(std::vector<Csphere3<T>> const& spheres, Cpoint3<T>
     return true;
 }
 
+// ---------------------------------------------------------------------------
+// Planar lines and circles
+// ---------------------------------------------------------------------------
+
+template <class T>
+T geometric<T>::distance(Cline2<T> const& l, Cpoint2<T> const& p) {
+    Cpoint2<T> const& o = l.point();
+    Cdirec2<T> const& d = l.direction();
+    return d.x * (p.y - o.y) - d.y * (p.x - o.x);
+}
+
+template <class T>
+void geometric<T>::distance(Cline2<T> const& l, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist) {
+    dist.clear();
+    dist.resize(ps.size());
+    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = distance(l, ps[i]);
+}
+
+template <class T>
+T geometric<T>::distance(Cline2<T> const& a, Cline2<T> const& b) {
+    const T c = a.direction().x * b.direction().x + a.direction().y * b.direction().y;
+    if (nearOne(c)) return std::abs(distance(a, b.point()));
+    return T(0);
+}
+
+template <class T>
+void geometric<T>::project(Cline2<T> const& l, Cpoint2<T>& p) {
+    Cpoint2<T> const& o = l.point();
+    Cdirec2<T> const& d = l.direction();
+    const T t = (p.x - o.x) * d.x + (p.y - o.y) * d.y;
+    p = Cpoint2<T>(o.x + t * d.x, o.y + t * d.y);
+}
+
+template <class T>
+bool geometric<T>::project(Cline2<T> const& l, std::vector<Cpoint2<T>>& ps) {
+    if (ps.empty()) return false;
+    const Cdirec2<T> normal = l.direction().perp();
+    for (Cpoint2<T>& p : ps) {
+        Cpoint2<T> s;
+        if (!intersect(l, Cline2<T>(p, normal), s)) return false;
+        p = s;
+    }
+    return true;
+}
+
+// Circles |x - c_i|^2 = r_i^2: the planar counterpart of the sphere set
+// below.  With a_i = c_i - m (m the centroid of the centres) and q = x - m,
+// equal powers |x - c_i|^2 - r_i^2 along all radical axes give the normal
+// equations 2 S q = sum a_i (|a_i|^2 - r_i^2), S the scatter matrix of the
+// centres, solved on its range (eigenvalues above eps_p times the largest).
+//  - Centres spanning the plane: q is the least-squares point of all radical
+//    axes; the flag is not used.
+//  - Collinear centres (e.g. two circles): the centres' fitted line carries
+//    the foot q, the solutions are q +- h*n with n the line's left normal and
+//    h^2 the mean of r_i^2 - |q - a_i|^2 (h = 0 when negative: the circles do
+//    not reach, and the point on the centre line is returned).  The line is
+//    directed from the first centre towards the last centre that differs
+//    from it along the line; true gives the point to the left of it (for two
+//    circles: left of c_0 -> c_1), false the point to the right.
+//  - Coincident centres, fewer than two circles or NaN: false, s untouched.
+template <class T>
+bool geometric<T>::intersect(std::vector<Ccircle2<T>> const& circles, Cpoint2<T>& s, bool leftSide) {
+    const std::size_t n = circles.size();
+    if (n < 2) return false;
+    double mx = 0.0, my = 0.0;
+    for (Ccircle2<T> const& k : circles) {
+        mx += double(k.center().x);
+        my += double(k.center().y);
+    }
+    mx /= double(n);
+    my /= double(n);
+    double sxx = 0.0, sxy = 0.0, syy = 0.0, gx = 0.0, gy = 0.0;
+    for (Ccircle2<T> const& k : circles) {
+        const double ax = double(k.center().x) - mx, ay = double(k.center().y) - my, r = double(k.radius());
+        const double kk = ax * ax + ay * ay - r * r;
+        sxx += ax * ax;
+        sxy += ax * ay;
+        syy += ay * ay;
+        gx += ax * kk;
+        gy += ay * kk;
+    }
+    // Eigen-decomposition of [[sxx, sxy], [sxy, syy]]: the larger eigenvalue's
+    // vector is (cos phi, sin phi) with phi = atan2(2 sxy, sxx - syy)/2.
+    const double mean = 0.5 * (sxx + syy), diff = 0.5 * (sxx - syy);
+    const double rad = std::hypot(diff, sxy);
+    const double l1 = mean + rad, l2 = mean - rad;
+    if (!(l1 > 0.0) || !std::isfinite(l1)) return false;
+    const double phi = 0.5 * std::atan2(2.0 * sxy, sxx - syy);
+    double dx = std::cos(phi), dy = std::sin(phi);
+    double qx, qy;
+    if (l2 > tol::epsFloat * l1) {
+        const double c1 = (dx * gx + dy * gy) / (2.0 * l1);
+        const double c2 = (-dy * gx + dx * gy) / (2.0 * l2);
+        qx = c1 * dx - c2 * dy;
+        qy = c1 * dy + c2 * dx;
+    } else {
+        // Orientation of the centre line.
+        for (std::size_t i = n - 1; i > 0; --i) {
+            const double t = (double(circles[i].center().x) - double(circles[0].center().x)) * dx +
+                             (double(circles[i].center().y) - double(circles[0].center().y)) * dy;
+            if (t != 0.0) {
+                if (t < 0.0) {
+                    dx = -dx;
+                    dy = -dy;
+                }
+                break;
+            }
+        }
+        const double c1 = (dx * gx + dy * gy) / (2.0 * l1);
+        qx = c1 * dx;
+        qy = c1 * dy;
+        double h2 = 0.0;
+        for (Ccircle2<T> const& k : circles) {
+            const double ex = qx - (double(k.center().x) - mx), ey = qy - (double(k.center().y) - my);
+            const double r = double(k.radius());
+            h2 += r * r - (ex * ex + ey * ey);
+        }
+        h2 /= double(n);
+        const double h = h2 > 0.0 ? std::sqrt(h2) : 0.0;
+        const double sg = leftSide ? h : -h;
+        qx += sg * -dy;  // left normal (-dy, dx)
+        qy += sg * dx;
+    }
+    if (!(std::isfinite(qx) && std::isfinite(qy))) return false;
+    s = Cpoint2<T>(T(qx + mx), T(qy + my));
+    return true;
+}
+
 template <class T>
 bool geometric<T>::outlier(std::vector<Cpoint3<T>>& pts, std::vector<T> const& residuals, T const& threshold) {
     if (pts.size() != residuals.size()) return false;
@@ -595,6 +723,12 @@ bool geometric<T>::outlier(std::vector<Cpoint3<T>>& pts, std::vector<T> const& r
                                           std::pair<Cpoint3<T>, Cpoint3<T>>&);                                 \
     template bool geometric<T>::intersect(std::vector<Cline3<T>> const&, Cpoint3<T>&, T&);                     \
     template bool geometric<T>::intersect(std::vector<Csphere3<T>> const&, Cpoint3<T>&, bool);                 \
+    template T geometric<T>::distance(Cline2<T> const&, Cpoint2<T> const&);                                    \
+    template void geometric<T>::distance(Cline2<T> const&, std::vector<Cpoint2<T>> const&, std::vector<T>&);   \
+    template T geometric<T>::distance(Cline2<T> const&, Cline2<T> const&);                                     \
+    template void geometric<T>::project(Cline2<T> const&, Cpoint2<T>&);                                        \
+    template bool geometric<T>::project(Cline2<T> const&, std::vector<Cpoint2<T>>&);                           \
+    template bool geometric<T>::intersect(std::vector<Ccircle2<T>> const&, Cpoint2<T>&, bool);                 \
     template bool geometric<T>::outlier(std::vector<Cpoint3<T>>&, std::vector<T> const&, T const&);
 
 METROMATH_GEOMETRIC3_INSTANTIATE(float)

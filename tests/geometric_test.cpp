@@ -684,3 +684,127 @@ TYPED_TEST(Geometric3, OutlierAndCutPointCloud) {
     ASSERT_EQ(out.size(), 1u);
     EXPECT_EQ(out[0].z, T(1));
 }
+
+// ---------------------------------------------------------------------------
+// Planar lines and circles
+// ---------------------------------------------------------------------------
+
+TYPED_TEST(Geometric3, PlanarLineDistancesAndProjections) {
+    using T = TypeParam;
+    const Cline2<T> ox(Cpoint2<T>(0, 0), Cdirec2<T>(1, 0, true));
+    EXPECT_EQ(geometric<T>::distance(ox, Cpoint2<T>(0, 1)), T(1));
+    EXPECT_EQ(geometric<T>::distance(ox, Cpoint2<T>(0, -1)), T(-1));
+    std::vector<T> d = {T(5)};
+    geometric<T>::distance(ox, std::vector<Cpoint2<T>>{Cpoint2<T>(3, 2), Cpoint2<T>(-1, -4)}, d);
+    ASSERT_EQ(d.size(), 2u);
+    EXPECT_EQ(d[0], T(2));
+    EXPECT_EQ(d[1], T(-4));
+    geometric<T>::distance(ox, std::vector<Cpoint2<T>>(), d);
+    EXPECT_TRUE(d.empty());
+
+    // Line-line: parallel (also antiparallel, and within 2^-23 for double)
+    // gives the unsigned distance of b's point from a, otherwise 0.
+    EXPECT_EQ(geometric<T>::distance(ox, Cline2<T>(Cpoint2<T>(5, -3), Cdirec2<T>(-1, 0, true))), T(3));
+    EXPECT_EQ(geometric<T>::distance(ox, Cline2<T>(Cpoint2<T>(5, 3), Cdirec2<T>(1, 0, true))), T(3));
+    const T tiny = T(1e-8);
+    const Cline2<T> nearPar(Cpoint2<T>(0, 2), Cdirec2<T>(T(std::sqrt(1 - 1e-16)), tiny, true));
+    EXPECT_EQ(geometric<T>::distance(ox, nearPar), T(2));
+    EXPECT_EQ(geometric<T>::distance(ox, Cline2<T>(Cpoint2<T>(0, 2), Cdirec2<T>(T(1), T(1e-3)))), T(0));
+
+    std::mt19937 gen(32);
+    std::uniform_real_distribution<double> u(-5, 5);
+    std::vector<Cpoint2<T>> ps;
+    for (int i = 0; i < 300; ++i) {
+        const Cline2<T> l(Cpoint2<T>(T(u(gen)), T(u(gen))), Cdirec2<T>(T(u(gen)), T(u(gen))));
+        const Cpoint2<T> p(T(u(gen)), T(u(gen)));
+        // Oracle in double: foot of the perpendicular and the signed cross product.
+        const Eigen::Vector2d P(l.point().x, l.point().y), D(l.direction().x, l.direction().y), X(p.x, p.y);
+        const Eigen::Vector2d F = P + (X - P).dot(D) * D;
+        const double sd = D.x() * (X - P).y() - D.y() * (X - P).x();
+        EXPECT_NEAR(double(geometric<T>::distance(l, p)), sd, tolT<T>());
+        Cpoint2<T> q = p;
+        geometric<T>::project(l, q);
+        EXPECT_NEAR(double(q.x), F.x(), tolT<T>());
+        EXPECT_NEAR(double(q.y), F.y(), tolT<T>());
+        ps.assign(3, p);
+        ASSERT_TRUE(geometric<T>::project(l, ps));
+        EXPECT_NEAR(double(ps[2].x), F.x(), tolT<T>());
+        EXPECT_NEAR(double(ps[2].y), F.y(), tolT<T>());
+    }
+    std::vector<Cpoint2<T>> none;
+    EXPECT_FALSE(geometric<T>::project(ox, none));
+    // A direction far from unit length makes the perpendicular look parallel
+    // (|det| = |d|^2 <= 2^-23): false at the first point, nothing changed.
+    const Cline2<T> shortDir(Cpoint2<T>(0, 0), Cdirec2<T>(T(1e-4), 0, true));
+    ps = {Cpoint2<T>(1, 1), Cpoint2<T>(2, 2)};
+    EXPECT_FALSE(geometric<T>::project(shortDir, ps));
+    EXPECT_EQ(ps[0], Cpoint2<T>(1, 1));
+    EXPECT_EQ(ps[1], Cpoint2<T>(2, 2));
+}
+
+TYPED_TEST(Geometric3, LeastSquaresIntersectionOfCircles) {
+    using T = TypeParam;
+    std::mt19937 gen(33);
+    std::uniform_real_distribution<double> u(-3, 3);
+    for (int i = 0; i < 200; ++i) {
+        // Three to six circles through X with centres spanning the plane.
+        const Eigen::Vector2d X(u(gen), u(gen));
+        const int n = 3 + i % 4;
+        std::vector<Ccircle2<T>> cs;
+        Eigen::MatrixXd C(n, 2);
+        for (int k = 0; k < n; ++k) {
+            const Eigen::Vector2d c = X + Eigen::Vector2d(u(gen), u(gen));
+            cs.push_back(Ccircle2<T>(Cpoint2<T>(T(c.x()), T(c.y())), T((c - X).norm())));
+            C.row(k) = Eigen::Vector2d(cs.back().center().x, cs.back().center().y).transpose();
+        }
+        const Eigen::MatrixXd Cc = C.rowwise() - C.colwise().mean();
+        const Eigen::JacobiSVD<Eigen::MatrixXd> svd(Cc);
+        const double cond = svd.singularValues()(0) / svd.singularValues()(1);
+        if (cond > 30) continue;
+        Cpoint2<T> s;
+        ASSERT_TRUE(geometric<T>::intersect(cs, s, true));
+        EXPECT_NEAR((Eigen::Vector2d(s.x, s.y) - X).norm(), 0.0, 10 * tolT<T>() * cond * cond) << i;
+    }
+    for (int i = 0; i < 200; ++i) {
+        // Two circles: true gives the crossing left of c0 -> c1.
+        const Eigen::Vector2d c0(u(gen), u(gen)), c1(u(gen), u(gen));
+        if ((c1 - c0).norm() < 0.5) continue;
+        const Eigen::Vector2d dd = (c1 - c0).normalized(), nl(-dd.y(), dd.x());
+        const Eigen::Vector2d X = c0 + (0.2 + 0.6 * std::abs(u(gen)) / 3) * (c1 - c0) + (0.5 + std::abs(u(gen))) * nl;
+        const Eigen::Vector2d M = X - 2 * (X - c0).dot(nl) * nl;  // the mirror crossing
+        std::vector<Ccircle2<T>> cs = {Ccircle2<T>(Cpoint2<T>(T(c0.x()), T(c0.y())), T((X - c0).norm())),
+                                       Ccircle2<T>(Cpoint2<T>(T(c1.x()), T(c1.y())), T((X - c1).norm()))};
+        Cpoint2<T> l, r;
+        ASSERT_TRUE(geometric<T>::intersect(cs, l, true));
+        ASSERT_TRUE(geometric<T>::intersect(cs, r, false));
+        EXPECT_NEAR((Eigen::Vector2d(l.x, l.y) - X).norm(), 0.0, 1e3 * tolT<T>()) << i;
+        EXPECT_NEAR((Eigen::Vector2d(r.x, r.y) - M).norm(), 0.0, 1e3 * tolT<T>()) << i;
+        // A third circle of the pencil, centre on the line beyond c1.
+        const Eigen::Vector2d c2 = c1 + 0.7 * (c1 - c0);
+        cs.push_back(Ccircle2<T>(Cpoint2<T>(T(c2.x()), T(c2.y())), T((X - c2).norm())));
+        ASSERT_TRUE(geometric<T>::intersect(cs, l, true));
+        EXPECT_NEAR((Eigen::Vector2d(l.x, l.y) - X).norm(), 0.0, 1e3 * tolT<T>()) << i;
+    }
+    // Circles (0,0) r 1 and (4,0) r 1 do not meet: the point between them on the centre line.
+    std::vector<Ccircle2<T>> cs = {Ccircle2<T>(Cpoint2<T>(0, 0), T(1)), Ccircle2<T>(Cpoint2<T>(4, 0), T(1))};
+    Cpoint2<T> s(9, 9);
+    ASSERT_TRUE(geometric<T>::intersect(cs, s, true));
+    EXPECT_NEAR(double(s.x), 2.0, tolT<T>());
+    EXPECT_EQ(s.y, T(0));
+    // Exact example: (0,0) and (2,0) with radius sqrt 2 meet in (1, +-1).
+    cs = {Ccircle2<T>(Cpoint2<T>(0, 0), T(std::sqrt(2.0))), Ccircle2<T>(Cpoint2<T>(2, 0), T(std::sqrt(2.0)))};
+    ASSERT_TRUE(geometric<T>::intersect(cs, s, true));
+    EXPECT_NEAR(double(s.x), 1.0, tolT<T>());
+    EXPECT_NEAR(double(s.y), 1.0, 1e3 * tolT<T>());
+    ASSERT_TRUE(geometric<T>::intersect(cs, s, false));
+    EXPECT_NEAR(double(s.y), -1.0, 1e3 * tolT<T>());
+    // Concentric circles, a single circle, NaN: false, s untouched.
+    s = Cpoint2<T>(9, 9);
+    cs = {Ccircle2<T>(Cpoint2<T>(1, 1), T(1)), Ccircle2<T>(Cpoint2<T>(1, 1), T(2))};
+    EXPECT_FALSE(geometric<T>::intersect(cs, s, true));
+    cs.resize(1);
+    EXPECT_FALSE(geometric<T>::intersect(cs, s, true));
+    cs = {Ccircle2<T>(Cpoint2<T>(1, 1), T(1)), Ccircle2<T>()};
+    EXPECT_FALSE(geometric<T>::intersect(cs, s, true));
+    EXPECT_EQ(s, Cpoint2<T>(9, 9));
+}

@@ -137,6 +137,27 @@ public:
     // (e.g. three spheres).  See the source for the details.
     static bool intersect(std::vector<Csphere3<T>> const& spheres, Cpoint3<T>& s, bool positiveSide);
 
+    // Planar queries over the lines and circles of the plane.
+    //
+    // Signed distance (p - point) x direction = dx*(p.y - y) - dy*(p.x - x):
+    // positive for points to the left of the directed line.
+    static T distance(Cline2<T> const& l, Cpoint2<T> const& p);
+    static void distance(Cline2<T> const& l, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist);
+    // Parallel lines (|a.direction . b.direction| within eps_p of 1): the
+    // unsigned distance of b's point from a; otherwise 0 (the lines meet).
+    static T distance(Cline2<T> const& a, Cline2<T> const& b);
+    // Foot of the perpendicular: t = (p - point).direction, p = point + t*direction.
+    static void project(Cline2<T> const& l, Cpoint2<T>& p);
+    // false for an empty set.  Otherwise each point in turn becomes the
+    // intersection of l with the perpendicular to l through it (intersect for
+    // two Cline2); when an intersection fails, false at once (earlier points
+    // projected, the rest unchanged); else true.
+    static bool project(Cline2<T> const& l, std::vector<Cpoint2<T>>& ps);
+    // Least-squares intersection of circles through their radical axes; the
+    // flag picks one of the two mirror solutions when the centres are
+    // collinear (e.g. two circles).  See the source for the details.
+    static bool intersect(std::vector<Ccircle2<T>> const& circles, Cpoint2<T>& s, bool leftSide);
+
     // Keeps exactly the points whose residual satisfies |r_i| <= threshold
     // (order kept; NaN residuals are removed).  false, and nothing removed,
     // when the number of residuals differs from the number of points.
