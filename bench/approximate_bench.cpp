@@ -1,8 +1,10 @@
 // Benchmarks of the fits of approximate<T> on 10^3, 10^5 and 10^6 points.
 //
 // Beside every fit run, on the same data:
-//  - a limit kernel: one streaming pass that only sums the coordinates (in
-//    double, in point order, as the fits do), the least any fit must do;
+//  - limit kernels: one streaming pass that only sums the coordinates in
+//    double, once in plain point order (Limit2, Limit3) and once with two
+//    points side by side in a SIMD register (Limit2Lanes, Limit3Lanes), the
+//    order in which the fits accumulate; the least any fit must do;
 //  - the peer doing the same job: OpenCV fitLine (DIST_L2) for the orthogonal
 //    lines, a covariance pass plus Eigen's SelfAdjointEigenSolver for the
 //    plane (as point-cloud libraries fit planes), and a Kasa circle fit
@@ -169,6 +171,56 @@ void Limit3(benchmark::State& st) {
         benchmark::DoNotOptimize(sz);
     }
     setCounters(st, pts.size());
+}
+
+// The same streaming sums with two points side by side in one SSE register
+// (GCC/Clang vector extension), as the library's fits accumulate: the limit
+// for code that must keep each sum in point order within its lane.
+typedef double LimitV2d __attribute__((vector_size(16)));
+
+template <class T>
+void Limit2Lanes(benchmark::State& st) {
+    auto const& pts = line2Data<T>(static_cast<std::size_t>(st.range(0)));
+    const std::size_t n = pts.size();
+    for (auto _ : st) {
+        LimitV2d sx = {0, 0}, sy = {0, 0};
+        std::size_t i = 0;
+        for (; i + 2 <= n; i += 2) {
+            const LimitV2d x = {static_cast<double>(pts[i].x), static_cast<double>(pts[i + 1].x)};
+            const LimitV2d y = {static_cast<double>(pts[i].y), static_cast<double>(pts[i + 1].y)};
+            sx += x;
+            sy += y;
+        }
+        double rx = sx[0] + sx[1], ry = sy[0] + sy[1];
+        for (; i < n; ++i) rx += pts[i].x, ry += pts[i].y;
+        benchmark::DoNotOptimize(rx);
+        benchmark::DoNotOptimize(ry);
+    }
+    setCounters(st, n);
+}
+
+template <class T>
+void Limit3Lanes(benchmark::State& st) {
+    auto const& pts = line3Data<T>(static_cast<std::size_t>(st.range(0)));
+    const std::size_t n = pts.size();
+    for (auto _ : st) {
+        LimitV2d sx = {0, 0}, sy = {0, 0}, sz = {0, 0};
+        std::size_t i = 0;
+        for (; i + 2 <= n; i += 2) {
+            const LimitV2d x = {static_cast<double>(pts[i].x), static_cast<double>(pts[i + 1].x)};
+            const LimitV2d y = {static_cast<double>(pts[i].y), static_cast<double>(pts[i + 1].y)};
+            const LimitV2d z = {static_cast<double>(pts[i].z), static_cast<double>(pts[i + 1].z)};
+            sx += x;
+            sy += y;
+            sz += z;
+        }
+        double rx = sx[0] + sx[1], ry = sy[0] + sy[1], rz = sz[0] + sz[1];
+        for (; i < n; ++i) rx += pts[i].x, ry += pts[i].y, rz += pts[i].z;
+        benchmark::DoNotOptimize(rx);
+        benchmark::DoNotOptimize(ry);
+        benchmark::DoNotOptimize(rz);
+    }
+    setCounters(st, n);
 }
 
 // ---------------------------------------------------------------------------
@@ -450,6 +502,10 @@ BENCHMARK_TEMPLATE(Limit2, double) METROMATH_BENCH_SIZES;
 BENCHMARK_TEMPLATE(Limit2, float) METROMATH_BENCH_SIZES;
 BENCHMARK_TEMPLATE(Limit3, double) METROMATH_BENCH_SIZES;
 BENCHMARK_TEMPLATE(Limit3, float) METROMATH_BENCH_SIZES;
+BENCHMARK_TEMPLATE(Limit2Lanes, double) METROMATH_BENCH_SIZES;
+BENCHMARK_TEMPLATE(Limit2Lanes, float) METROMATH_BENCH_SIZES;
+BENCHMARK_TEMPLATE(Limit3Lanes, double) METROMATH_BENCH_SIZES;
+BENCHMARK_TEMPLATE(Limit3Lanes, float) METROMATH_BENCH_SIZES;
 
 BENCHMARK_TEMPLATE(LineLsq, double) METROMATH_BENCH_SIZES;
 BENCHMARK_TEMPLATE(LineLsq, float) METROMATH_BENCH_SIZES;

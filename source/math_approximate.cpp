@@ -54,61 +54,42 @@ Cdirec2<T> direcFromDouble(double dx, double dy) {
 }
 
 // Moment sums of centred planar coordinates u = x - mx, v = y - my, all in
-// double.  Order of the fields: as they enter the algebraic circle system.
-struct CircleMoments {
-    double u, v, uu, vv, uv;
-    double uuu, vvv, uuv, uvv;
-    double u4, v4, uuvv;
-    CircleMoments& operator+=(CircleMoments const& o) {
-        u += o.u, v += o.v, uu += o.uu, vv += o.vv, uv += o.uv;
-        uuu += o.uuu, vvv += o.vvv, uuv += o.uuv, uvv += o.uvv;
-        u4 += o.u4, v4 += o.v4, uuvv += o.uuvv;
-        return *this;
-    }
-};
-
-// Two sums of one type: of a value and of its square, or of x and y.
-template <class S>
-struct Sum2 {
-    S a, b;
-    Sum2& operator+=(Sum2 const& o) {
-        a += o.a, b += o.b;
-        return *this;
-    }
-};
+// double, in the order in which they enter the algebraic circle system.
+enum { cU, cV, cUU, cVV, cUV, cUUU, cVVV, cUUV, cUVV, cU4, cV4, cUUVV, cCount };
+using CircleMoments = approx_detail::Sums<double, cCount>;
 
 // Means of the coordinates in double (first pass of the circle fits).
 template <class T>
 void meansDouble(std::vector<Cpoint2<T>> const& pts, double& mx, double& my) {
-    const Sum2<double> s = blockedSums<Sum2<double>>(pts, [](Sum2<double>& acc, Cpoint2<T> const& p) {
-        acc.a += static_cast<double>(p.x);
-        acc.b += static_cast<double>(p.y);
+    const auto s = blockedSums<double, 2>(pts, [](auto* a, auto x, auto y) {
+        a[0] += x;
+        a[1] += y;
     });
     const double n = static_cast<double>(pts.size());
-    mx = s.a / n;
-    my = s.b / n;
+    mx = s[0] / n;
+    my = s[1] / n;
 }
 
 // Second pass of the circle fits: the moments of u = x - mx, v = y - my.
 template <class T>
 CircleMoments circleMoments(std::vector<Cpoint2<T>> const& pts, double mx, double my) {
-    return blockedSums<CircleMoments>(pts, [mx, my](CircleMoments& s, Cpoint2<T> const& p) {
-        const double u = static_cast<double>(p.x) - mx;
-        const double v = static_cast<double>(p.y) - my;
-        const double u2 = u * u;
-        const double v2 = v * v;
-        s.u += u;
-        s.v += v;
-        s.uu += u2;
-        s.vv += v2;
-        s.uv += u * v;
-        s.uuu += u2 * u;
-        s.vvv += v2 * v;
-        s.uuv += u2 * v;
-        s.uvv += u * v2;
-        s.u4 += u2 * u2;
-        s.v4 += v2 * v2;
-        s.uuvv += u2 * v2;
+    return blockedSums<double, cCount>(pts, [mx, my](auto* a, auto x, auto y) {
+        const auto u = x - mx;
+        const auto v = y - my;
+        const auto u2 = u * u;
+        const auto v2 = v * v;
+        a[cU] += u;
+        a[cV] += v;
+        a[cUU] += u2;
+        a[cVV] += v2;
+        a[cUV] += u * v;
+        a[cUUU] += u2 * u;
+        a[cVVV] += v2 * v;
+        a[cUUV] += u2 * v;
+        a[cUVV] += u * v2;
+        a[cU4] += u2 * u2;
+        a[cV4] += v2 * v2;
+        a[cUUVV] += u2 * v2;
     });
 }
 
@@ -117,16 +98,16 @@ CircleMoments circleMoments(std::vector<Cpoint2<T>> const& pts, double mx, doubl
 template <class T>
 void solveCircleSystem(CircleMoments const& s, double mx, double my, Ccircle2<T>& circle) {
     Cmatrix<T> M(3, 3);
-    M(0, 0) = static_cast<T>(s.u4 + 2.0 * s.uuvv + s.v4);
-    M(0, 1) = static_cast<T>(s.uuu + s.uvv);
-    M(0, 2) = static_cast<T>(s.uuv + s.vvv);
+    M(0, 0) = static_cast<T>(s[cU4] + 2.0 * s[cUUVV] + s[cV4]);
+    M(0, 1) = static_cast<T>(s[cUUU] + s[cUVV]);
+    M(0, 2) = static_cast<T>(s[cUUV] + s[cVVV]);
     M(1, 0) = M(0, 1);
-    M(1, 1) = static_cast<T>(s.uu);
-    M(1, 2) = static_cast<T>(s.uv);
+    M(1, 1) = static_cast<T>(s[cUU]);
+    M(1, 2) = static_cast<T>(s[cUV]);
     M(2, 0) = M(0, 2);
     M(2, 1) = M(1, 2);
-    M(2, 2) = static_cast<T>(s.vv);
-    const std::vector<T> r{static_cast<T>(s.uu + s.vv), static_cast<T>(s.u), static_cast<T>(s.v)};
+    M(2, 2) = static_cast<T>(s[cVV]);
+    const std::vector<T> r{static_cast<T>(s[cUU] + s[cVV]), static_cast<T>(s[cU]), static_cast<T>(s[cV])};
 
     Csolver_svd<T> solver(M);
     const Cmatrix<T> sol = solver.solve(r);
@@ -141,48 +122,18 @@ void solveCircleSystem(CircleMoments const& s, double mx, double my, Ccircle2<T>
     circle = Ccircle2<T>(Cpoint2<T>(static_cast<T>(cx), static_cast<T>(cy)), static_cast<T>(r0));
 }
 
-// sqrt((sum d^2 - (sum d)^2 / n) / (n - 1)) with the sums of d (a) and d^2
-// (b) in T.
+// sqrt((sum d^2 - (sum d)^2 / n) / (n - 1)) from the sums of d (s[0]) and d^2
+// (s[1]) in T.
 template <class T>
-T sampleDeviation(Sum2<T> const& s, std::size_t count) {
+T sampleDeviation(approx_detail::Sums<T, 2> const& s, std::size_t count) {
     const T n = static_cast<T>(count);
-    return static_cast<T>(std::sqrt((s.b - s.a * s.a / n) / (n - T(1))));
+    return static_cast<T>(std::sqrt((s[1] - s[0] * s[0] / n) / (n - T(1))));
 }
 
-// Sums of d and d^2 over the points for the per-point quantity d = dist(p).
-template <class T, class Pt, class Dist>
-Sum2<T> deviationSums(std::vector<Pt> const& pts, Dist dist) {
-    return blockedSums<Sum2<T>>(pts, [&dist](Sum2<T>& s, Pt const& p) {
-        const T d = dist(p);
-        s.a += d;
-        s.b += d * d;
-    });
-}
-
-// The five raw sums of the algebraic line fit.
-struct LineSums {
-    double x, y, xx, yy, xy;
-    LineSums& operator+=(LineSums const& o) {
-        x += o.x, y += o.y, xx += o.xx, yy += o.yy, xy += o.xy;
-        return *this;
-    }
-};
-
-// The 24 raw sums of the algebraic sphere fit.
-struct SphereSums {
-    double x, y, z;
-    double xx, yy, zz, xy, xz, yz;
-    double xxx, yyy, zzz;
-    double xxy, xxz, xyy, yyz, xzz, yzz;
-    double x4, y4, z4, xxyy, xxzz, yyzz;
-    SphereSums& operator+=(SphereSums const& o) {
-        x += o.x, y += o.y, z += o.z;
-        xx += o.xx, yy += o.yy, zz += o.zz, xy += o.xy, xz += o.xz, yz += o.yz;
-        xxx += o.xxx, yyy += o.yyy, zzz += o.zzz;
-        xxy += o.xxy, xxz += o.xxz, xyy += o.xyy, yyz += o.yyz, xzz += o.xzz, yzz += o.yzz;
-        x4 += o.x4, y4 += o.y4, z4 += o.z4, xxyy += o.xxyy, xxzz += o.xxzz, yyzz += o.yyzz;
-        return *this;
-    }
+// The raw sums of the algebraic sphere fit.
+enum {
+    sX, sY, sZ, sXX, sYY, sZZ, sXY, sXZ, sYZ, sXXX, sYYY, sZZZ,
+    sXXY, sXXZ, sXYY, sYYZ, sXZZ, sYZZ, sX4, sY4, sZ4, sXXYY, sXXZZ, sYYZZ, sCount
 };
 
 }  // namespace
@@ -204,16 +155,14 @@ double approximate<T>::fitLineLsq(std::vector<Cpoint2<T>> const& pts, Cline2<T>&
         return quietNaN<double>();
     }
 
-    const LineSums s = blockedSums<LineSums>(pts, [](LineSums& acc, Cpoint2<T> const& p) {
-        const double x = static_cast<double>(p.x);
-        const double y = static_cast<double>(p.y);
-        acc.x += x;
-        acc.y += y;
-        acc.xx += x * x;
-        acc.yy += y * y;
-        acc.xy += x * y;
+    const auto s = blockedSums<double, 5>(pts, [](auto* a, auto x, auto y) {
+        a[0] += x;
+        a[1] += y;
+        a[2] += x * x;
+        a[3] += y * y;
+        a[4] += x * y;
     });
-    const double Sx = s.x, Sy = s.y, Sxx = s.xx, Syy = s.yy, Sxy = s.xy;
+    const double Sx = s[0], Sy = s[1], Sxx = s[2], Syy = s[3], Sxy = s[4];
 
     // Cramer's rule on the normal equations of a*x + b*y = 1: a = A/D, b = B/D,
     // so the line is A*x + B*y = D.
@@ -297,14 +246,14 @@ void approximate<T>::fitCircleLsqBeta(std::vector<Cpoint2<T>> const& pts, Ccircl
     const Cmatrix<T> Zt = Z.transp();
     Cmatrix<T> K = Zt * Z;
     Cmatrix<T> g(3, 1);
-    g(0, 0) = static_cast<T>(2.0 * (s.uuu + s.uvv));
-    g(1, 0) = static_cast<T>(2.0 * (s.uuv + s.vvv));
-    g(2, 0) = static_cast<T>(-(s.uu + s.vv));
+    g(0, 0) = static_cast<T>(2.0 * (s[cUUU] + s[cUVV]));
+    g(1, 0) = static_cast<T>(2.0 * (s[cUUV] + s[cVVV]));
+    g(2, 0) = static_cast<T>(-(s[cUU] + s[cVV]));
 
     // Pseudo-inverse through the eigen decomposition K = V^T diag(lambda) V
     // (eigenvectors are the rows of V).  Eigenvalues within the single-precision
     // epsilon of 0 are dropped, in the double instantiation as well.
-    Cmatrix<T> V;
+    Cmatrix<T> V(3, 3, quietNaN<T>());
     CmatrixCalc<T>::getEigenvalue(K, V);
     const T eps = static_cast<T>(tol::epsFloat);
     Cmatrix<T> invL(3, 3);
@@ -330,58 +279,55 @@ void approximate<T>::fitCircleLsqBeta(std::vector<Cpoint2<T>> const& pts, Ccircl
 template <class T>
 void approximate<T>::fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere) {
     // No input check: an empty or too small set goes to the solver as it is.
-    const SphereSums S = blockedSums<SphereSums>(pts, [](SphereSums& s, Cpoint3<T> const& p) {
-        const double x = static_cast<double>(p.x);
-        const double y = static_cast<double>(p.y);
-        const double z = static_cast<double>(p.z);
-        const double x2 = x * x;
-        const double y2 = y * y;
-        const double z2 = z * z;
-        s.x += x;
-        s.y += y;
-        s.z += z;
-        s.xx += x2;
-        s.yy += y2;
-        s.zz += z2;
-        s.xy += x * y;
-        s.xz += x * z;
-        s.yz += y * z;
-        s.xxx += x2 * x;
-        s.yyy += y2 * y;
-        s.zzz += z2 * z;
-        s.xxy += x2 * y;
-        s.xxz += x2 * z;
-        s.xyy += x * y2;
-        s.yyz += y2 * z;
-        s.xzz += x * z2;
-        s.yzz += y * z2;
-        s.x4 += x2 * x2;
-        s.y4 += y2 * y2;
-        s.z4 += z2 * z2;
-        s.xxyy += x2 * y2;
-        s.xxzz += x2 * z2;
-        s.yyzz += y2 * z2;
+    const auto S = blockedSums<double, sCount>(pts, [](auto* a, auto x, auto y, auto z) {
+        const auto x2 = x * x;
+        const auto y2 = y * y;
+        const auto z2 = z * z;
+        a[sX] += x;
+        a[sY] += y;
+        a[sZ] += z;
+        a[sXX] += x2;
+        a[sYY] += y2;
+        a[sZZ] += z2;
+        a[sXY] += x * y;
+        a[sXZ] += x * z;
+        a[sYZ] += y * z;
+        a[sXXX] += x2 * x;
+        a[sYYY] += y2 * y;
+        a[sZZZ] += z2 * z;
+        a[sXXY] += x2 * y;
+        a[sXXZ] += x2 * z;
+        a[sXYY] += x * y2;
+        a[sYYZ] += y2 * z;
+        a[sXZZ] += x * z2;
+        a[sYZZ] += y * z2;
+        a[sX4] += x2 * x2;
+        a[sY4] += y2 * y2;
+        a[sZ4] += z2 * z2;
+        a[sXXYY] += x2 * y2;
+        a[sXXZZ] += x2 * z2;
+        a[sYYZZ] += y2 * z2;
     });
 
     Cmatrix<T> M(4, 4);
-    M(0, 0) = static_cast<T>(S.x4 + S.y4 + S.z4 + 2.0 * (S.xxyy + S.xxzz + S.yyzz));
-    M(0, 1) = static_cast<T>(S.xxx + S.xyy + S.xzz);
-    M(0, 2) = static_cast<T>(S.yyy + S.xxy + S.yzz);
-    M(0, 3) = static_cast<T>(S.zzz + S.xxz + S.yyz);
+    M(0, 0) = static_cast<T>(S[sX4] + S[sY4] + S[sZ4] + 2.0 * (S[sXXYY] + S[sXXZZ] + S[sYYZZ]));
+    M(0, 1) = static_cast<T>(S[sXXX] + S[sXYY] + S[sXZZ]);
+    M(0, 2) = static_cast<T>(S[sYYY] + S[sXXY] + S[sYZZ]);
+    M(0, 3) = static_cast<T>(S[sZZZ] + S[sXXZ] + S[sYYZ]);
     M(1, 0) = M(0, 1);
-    M(1, 1) = static_cast<T>(S.xx);
-    M(1, 2) = static_cast<T>(S.xy);
-    M(1, 3) = static_cast<T>(S.xz);
+    M(1, 1) = static_cast<T>(S[sXX]);
+    M(1, 2) = static_cast<T>(S[sXY]);
+    M(1, 3) = static_cast<T>(S[sXZ]);
     M(2, 0) = M(0, 2);
     M(2, 1) = M(1, 2);
-    M(2, 2) = static_cast<T>(S.yy);
-    M(2, 3) = static_cast<T>(S.yz);
+    M(2, 2) = static_cast<T>(S[sYY]);
+    M(2, 3) = static_cast<T>(S[sYZ]);
     M(3, 0) = M(0, 3);
     M(3, 1) = M(1, 3);
     M(3, 2) = M(2, 3);
-    M(3, 3) = static_cast<T>(S.zz);
-    const std::vector<T> r{static_cast<T>(S.xx + S.yy + S.zz), static_cast<T>(S.x), static_cast<T>(S.y),
-                           static_cast<T>(S.z)};
+    M(3, 3) = static_cast<T>(S[sZZ]);
+    const std::vector<T> r{static_cast<T>(S[sXX] + S[sYY] + S[sZZ]), static_cast<T>(S[sX]), static_cast<T>(S[sY]),
+                           static_cast<T>(S[sZ])};
 
     Csolver_svd<T> solver(M);
     const Cmatrix<T> sol = solver.solve(r);
@@ -414,17 +360,23 @@ T approximate<T>::StdAbwLine2(std::vector<Cpoint2<T>> const& pts, Cline2<T> cons
     const Cdirec2<T> nrm(Cpoint2<T>(-line.direction().y, line.direction().x));
     const T nx = nrm.x, ny = nrm.y;
     const T qx = line.point().x, qy = line.point().y;
-    const Sum2<T> s = deviationSums<T>(pts, [=](Cpoint2<T> const& p) { return nx * (p.x - qx) + ny * (p.y - qy); });
+    const auto s = blockedSums<T, 2>(pts, [=](auto* a, auto x, auto y) {
+        const auto d = nx * (x - qx) + ny * (y - qy);
+        a[0] += d;
+        a[1] += d * d;
+    });
     return sampleDeviation(s, pts.size());
 }
 
 template <class T>
 T approximate<T>::StdAbwCircle2(std::vector<Cpoint2<T>> const& pts, Ccircle2<T> const& circle) {
     const T cx = circle.center().x, cy = circle.center().y;
-    const Sum2<T> s = deviationSums<T>(pts, [=](Cpoint2<T> const& p) {
-        const T dx = cx - p.x;
-        const T dy = cy - p.y;
-        return static_cast<T>(std::sqrt(dx * dx + dy * dy));
+    const auto s = blockedSums<T, 2>(pts, [=](auto* a, auto x, auto y) {
+        const auto dx = cx - x;
+        const auto dy = cy - y;
+        const auto d = approx_detail::lanewiseSqrt(dx * dx + dy * dy);
+        a[0] += d;
+        a[1] += d * d;
     });
     return sampleDeviation(s, pts.size());
 }
@@ -432,11 +384,13 @@ T approximate<T>::StdAbwCircle2(std::vector<Cpoint2<T>> const& pts, Ccircle2<T> 
 template <class T>
 T approximate<T>::StdAbwSphere(std::vector<Cpoint3<T>> const& pts, Csphere3<T> const& sphere) {
     const T cx = sphere.center().x, cy = sphere.center().y, cz = sphere.center().z;
-    const Sum2<T> s = deviationSums<T>(pts, [=](Cpoint3<T> const& p) {
-        const T dx = p.x - cx;
-        const T dy = p.y - cy;
-        const T dz = p.z - cz;
-        return static_cast<T>(std::sqrt(dx * dx + dy * dy + dz * dz));
+    const auto s = blockedSums<T, 2>(pts, [=](auto* a, auto x, auto y, auto z) {
+        const auto dx = x - cx;
+        const auto dy = y - cy;
+        const auto dz = z - cz;
+        const auto d = approx_detail::lanewiseSqrt(dx * dx + dy * dy + dz * dz);
+        a[0] += d;
+        a[1] += d * d;
     });
     return sampleDeviation(s, pts.size());
 }

@@ -58,73 +58,24 @@ void setNaN(CqPlaneGeomStdAbw<T>& rec) {
     rec.stdAbwNormal = rec.stdAbwSecond = rec.stdAbwMain = quietNaN<T>();
 }
 
-// Raw sums of a spatial point set in the accumulator type S.
-template <class S>
-struct RawSums3 {
-    S x, y, z;
-    S xx, yy, zz, xy, xz, yz;
-    RawSums3& operator+=(RawSums3 const& o) {
-        x += o.x, y += o.y, z += o.z;
-        xx += o.xx, yy += o.yy, zz += o.zz, xy += o.xy, xz += o.xz, yz += o.yz;
-        return *this;
-    }
-};
+// Raw sums of a spatial point set in the accumulator type S:
+// x, y, z, xx, yy, zz, xy, xz, yz.
+enum { rX, rY, rZ, rXX, rYY, rZZ, rXY, rXZ, rYZ, rCount };
 
 template <class S, class T>
-RawSums3<S> rawSums3(std::vector<Cpoint3<T>> const& pts) {
-    return blockedSums<RawSums3<S>>(pts, [](RawSums3<S>& s, Cpoint3<T> const& p) {
-        const S x = static_cast<S>(p.x);
-        const S y = static_cast<S>(p.y);
-        const S z = static_cast<S>(p.z);
-        s.x += x;
-        s.y += y;
-        s.z += z;
-        s.xx += x * x;
-        s.yy += y * y;
-        s.zz += z * z;
-        s.xy += x * y;
-        s.xz += x * z;
-        s.yz += y * z;
+approx_detail::Sums<S, rCount> rawSums3(std::vector<Cpoint3<T>> const& pts) {
+    return blockedSums<S, rCount>(pts, [](auto* a, auto x, auto y, auto z) {
+        a[rX] += x;
+        a[rY] += y;
+        a[rZ] += z;
+        a[rXX] += x * x;
+        a[rYY] += y * y;
+        a[rZZ] += z * z;
+        a[rXY] += x * y;
+        a[rXZ] += x * z;
+        a[rYZ] += y * z;
     });
 }
-
-// Sums of the coordinates (centroid pass) in T.
-template <class T>
-struct Sums2 {
-    T x, y;
-    Sums2& operator+=(Sums2 const& o) {
-        x += o.x, y += o.y;
-        return *this;
-    }
-};
-template <class T>
-struct Sums3 {
-    T x, y, z;
-    Sums3& operator+=(Sums3 const& o) {
-        x += o.x, y += o.y, z += o.z;
-        return *this;
-    }
-};
-
-// Five sums of planar coordinates: x, y and the three second moments, in S.
-template <class S>
-struct Sums5 {
-    S x, y, xx, yy, xy;
-    Sums5& operator+=(Sums5 const& o) {
-        x += o.x, y += o.y, xx += o.xx, yy += o.yy, xy += o.xy;
-        return *this;
-    }
-};
-
-// Six centred second moments in S.
-template <class S>
-struct Moments6 {
-    S xx, yy, zz, xy, xz, yz;
-    Moments6& operator+=(Moments6 const& o) {
-        xx += o.xx, yy += o.yy, zz += o.zz, xy += o.xy, xz += o.xz, yz += o.yz;
-        return *this;
-    }
-};
 
 // Row k of the eigenvector matrix (eigenvectors are rows), normalised.
 template <class T>
@@ -157,23 +108,23 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& 
     }
 
     // Pass 1: centroid (sums in T).
-    const Sums2<T> c = blockedSums<Sums2<T>>(pts, [](Sums2<T>& s, Cpoint2<T> const& p) {
-        s.x += p.x;
-        s.y += p.y;
+    const auto c = blockedSums<T, 2>(pts, [](auto* a, auto x, auto y) {
+        a[0] += x;
+        a[1] += y;
     });
     const T n = static_cast<T>(count);
-    const T mx = c.x / n;
-    const T my = c.y / n;
+    const T mx = c[0] / n;
+    const T my = c[1] / n;
 
     // Pass 2: centred second moments (in T).
-    const Sums5<T> m = blockedSums<Sums5<T>>(pts, [mx, my](Sums5<T>& s, Cpoint2<T> const& p) {
-        const T u = p.x - mx;
-        const T v = p.y - my;
-        s.xx += u * u;
-        s.yy += v * v;
-        s.xy += u * v;
+    const auto m = blockedSums<T, 3>(pts, [mx, my](auto* a, auto x, auto y) {
+        const auto u = x - mx;
+        const auto v = y - my;
+        a[0] += u * u;
+        a[1] += v * v;
+        a[2] += u * v;
     });
-    const T Sxx = m.xx, Syy = m.yy, Sxy = m.xy;
+    const T Sxx = m[0], Syy = m[1], Sxy = m[2];
 
     // Closed-form principal axis of [[Sxx, Sxy], [Sxy, Syy]]: t is the larger
     // eigenvalue minus Syy, and (t, Sxy) is its eigenvector.
@@ -209,14 +160,14 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& 
         return;
     }
 
-    const Sums5<T> r = blockedSums<Sums5<T>>(pts, [](Sums5<T>& s, Cpoint2<T> const& p) {
-        s.x += p.x;
-        s.y += p.y;
-        s.xx += p.x * p.x;
-        s.yy += p.y * p.y;
-        s.xy += p.x * p.y;
+    const auto r = blockedSums<T, 5>(pts, [](auto* a, auto x, auto y) {
+        a[0] += x;
+        a[1] += y;
+        a[2] += x * x;
+        a[3] += y * y;
+        a[4] += x * y;
     });
-    const T sx = r.x, sy = r.y, sxx = r.xx, syy = r.yy, sxy = r.xy;
+    const T sx = r[0], sy = r[1], sxx = r[2], syy = r[3], sxy = r[4];
     const T n = static_cast<T>(count);
 
     Cmatrix<T> A(2, 2);
@@ -227,7 +178,9 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& 
 
     // One plane rotation diagonalises A; its rows are the eigenvectors.  For
     // A(0, 1) == 0 the rotation divides by zero and leaves NaN (documented).
-    Cmatrix<T> V;
+    // The routine declines a matrix that is not exactly symmetric (NaN
+    // entries); V then keeps its NaN start and the line comes out invalid.
+    Cmatrix<T> V(2, 2, quietNaN<T>());
     CmatrixCalc<T>::getEigenvalue2x2sym(A, V);
     const T e0 = A(0, 0);
     const T e1 = A(1, 1);
@@ -263,30 +216,30 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& 
     }
 
     // Pass 1: centroid, sums in T.
-    const Sums3<T> sc = blockedSums<Sums3<T>>(pts, [](Sums3<T>& s, Cpoint3<T> const& p) {
-        s.x += p.x;
-        s.y += p.y;
-        s.z += p.z;
+    const auto sc = blockedSums<T, 3>(pts, [](auto* a, auto x, auto y, auto z) {
+        a[0] += x;
+        a[1] += y;
+        a[2] += z;
     });
     const T n = static_cast<T>(count);
-    const Cpoint3<T> c(sc.x / n, sc.y / n, sc.z / n);
+    const Cpoint3<T> c(sc[0] / n, sc[1] / n, sc[2] / n);
 
     // Pass 2: centred moments in double.
     const double cx = static_cast<double>(c.x);
     const double cy = static_cast<double>(c.y);
     const double cz = static_cast<double>(c.z);
-    const Moments6<double> m = blockedSums<Moments6<double>>(pts, [=](Moments6<double>& s, Cpoint3<T> const& p) {
-        const double u = static_cast<double>(p.x) - cx;
-        const double v = static_cast<double>(p.y) - cy;
-        const double w = static_cast<double>(p.z) - cz;
-        s.xx += u * u;
-        s.yy += v * v;
-        s.zz += w * w;
-        s.xy += u * v;
-        s.xz += u * w;
-        s.yz += v * w;
+    const auto m = blockedSums<double, 6>(pts, [=](auto* a, auto x, auto y, auto z) {
+        const auto u = x - cx;
+        const auto v = y - cy;
+        const auto w = z - cz;
+        a[0] += u * u;
+        a[1] += v * v;
+        a[2] += w * w;
+        a[3] += u * v;
+        a[4] += u * w;
+        a[5] += v * w;
     });
-    const double Sxx = m.xx, Syy = m.yy, Szz = m.zz, Sxy = m.xy, Sxz = m.xz, Syz = m.yz;
+    const double Sxx = m[0], Syy = m[1], Szz = m[2], Sxy = m[3], Sxz = m[4], Syz = m[5];
 
     // Inertia tensor about the centroid; the line is its axis of least inertia.
     Cmatrix<T> I(3, 3);
@@ -300,7 +253,7 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& 
     I(2, 1) = I(1, 2);
     I(2, 2) = static_cast<T>(Sxx + Syy);
 
-    Cmatrix<T> V;
+    Cmatrix<T> V(3, 3, quietNaN<T>());
     CmatrixCalc<T>::getEigenvalue(I, V);
     line = Cline3<T>(c, eigenRow3(V, 2));
 }
@@ -320,21 +273,21 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& 
         return;
     }
 
-    const RawSums3<double> s = rawSums3<double>(pts);
+    const auto s = rawSums3<double>(pts);
     const double n = static_cast<double>(count);
 
     Cmatrix<T> C(3, 3);
-    C(0, 0) = static_cast<T>(s.xx - s.x * s.x / n);
-    C(0, 1) = static_cast<T>(s.xy - s.x * s.y / n);
-    C(0, 2) = static_cast<T>(s.xz - s.x * s.z / n);
+    C(0, 0) = static_cast<T>(s[rXX] - s[rX] * s[rX] / n);
+    C(0, 1) = static_cast<T>(s[rXY] - s[rX] * s[rY] / n);
+    C(0, 2) = static_cast<T>(s[rXZ] - s[rX] * s[rZ] / n);
     C(1, 0) = C(0, 1);
-    C(1, 1) = static_cast<T>(s.yy - s.y * s.y / n);
-    C(1, 2) = static_cast<T>(s.yz - s.y * s.z / n);
+    C(1, 1) = static_cast<T>(s[rYY] - s[rY] * s[rY] / n);
+    C(1, 2) = static_cast<T>(s[rYZ] - s[rY] * s[rZ] / n);
     C(2, 0) = C(0, 2);
     C(2, 1) = C(1, 2);
-    C(2, 2) = static_cast<T>(s.zz - s.z * s.z / n);
+    C(2, 2) = static_cast<T>(s[rZZ] - s[rZ] * s[rZ] / n);
 
-    Cmatrix<T> V;
+    Cmatrix<T> V(3, 3, quietNaN<T>());
     CmatrixCalc<T>::getEigenvalue(C, V);
     const T nm1 = static_cast<T>(count) - T(1);
     // Absolute values here only: the scatter is positive semi-definite, but a
@@ -343,7 +296,7 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& 
     rec.stdAbwSecond = spread(static_cast<T>(std::fabs(C(1, 1))), nm1);
     rec.stdAbwThird = spread(static_cast<T>(std::fabs(C(2, 2))), nm1);
 
-    const Cpoint3<T> c(static_cast<T>(s.x / n), static_cast<T>(s.y / n), static_cast<T>(s.z / n));
+    const Cpoint3<T> c(static_cast<T>(s[rX] / n), static_cast<T>(s[rY] / n), static_cast<T>(s[rZ] / n));
     line = Cline3<T>(c, eigenRow3(V, 0));
 }
 
@@ -369,24 +322,24 @@ void planeGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane, CqPlaneGeo
         return;
     }
 
-    const RawSums3<T> s = rawSums3<T>(pts);
+    const auto s = rawSums3<T>(pts);
     const T f = T(1) / static_cast<T>(count);
 
     Cmatrix<T> C(3, 3);
-    C(0, 0) = s.xx - s.x * s.x * f;
-    C(0, 1) = s.xy - s.x * s.y * f;
-    C(0, 2) = s.xz - s.x * s.z * f;
+    C(0, 0) = s[rXX] - s[rX] * s[rX] * f;
+    C(0, 1) = s[rXY] - s[rX] * s[rY] * f;
+    C(0, 2) = s[rXZ] - s[rX] * s[rZ] * f;
     C(1, 0) = C(0, 1);
-    C(1, 1) = s.yy - s.y * s.y * f;
-    C(1, 2) = s.yz - s.y * s.z * f;
+    C(1, 1) = s[rYY] - s[rY] * s[rY] * f;
+    C(1, 2) = s[rYZ] - s[rY] * s[rZ] * f;
     C(2, 0) = C(0, 2);
     C(2, 1) = C(1, 2);
-    C(2, 2) = s.zz - s.z * s.z * f;
+    C(2, 2) = s[rZZ] - s[rZ] * s[rZ] * f;
 
-    Cmatrix<T> V;
+    Cmatrix<T> V(3, 3, quietNaN<T>());
     CmatrixCalc<T>::getEigenvalue(C, V);
     const Cdirec3<T> normal = eigenRow3(V, 2);
-    plane.set(Cpoint3<T>(s.x * f, s.y * f, s.z * f), normal);
+    plane.set(Cpoint3<T>(s[rX] * f, s[rY] * f, s[rZ] * f), normal);
 
     if (rec) {
         // No absolute value: a slightly negative smallest eigenvalue of exactly
@@ -424,23 +377,24 @@ void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane
         return;
     }
 
-    const RawSums3<T> s = rawSums3<T>(pts);
+    const auto s = rawSums3<T>(pts);
     const T f = T(1) / static_cast<T>(count);
 
     // Centred inertia tensor from the raw sums (in T), then carried in double:
     // ten successive products grow like lambda_max^10, beyond float's range
     // for realistic clouds.
-    const double t00 = static_cast<double>((s.yy + s.zz) - f * (s.y * s.y + s.z * s.z));
-    const double t11 = static_cast<double>((s.xx + s.zz) - f * (s.x * s.x + s.z * s.z));
-    const double t22 = static_cast<double>((s.xx + s.yy) - f * (s.x * s.x + s.y * s.y));
-    const double t01 = static_cast<double>(-s.xy + f * s.x * s.y);
-    const double t02 = static_cast<double>(-s.xz + f * s.x * s.z);
-    const double t12 = static_cast<double>(-s.yz + f * s.y * s.z);
+    const double t00 = static_cast<double>((s[rYY] + s[rZZ]) - f * (s[rY] * s[rY] + s[rZ] * s[rZ]));
+    const double t11 = static_cast<double>((s[rXX] + s[rZZ]) - f * (s[rX] * s[rX] + s[rZ] * s[rZ]));
+    const double t22 = static_cast<double>((s[rXX] + s[rYY]) - f * (s[rX] * s[rX] + s[rY] * s[rY]));
+    const double t01 = static_cast<double>(-s[rXY] + f * s[rX] * s[rY]);
+    const double t02 = static_cast<double>(-s[rXZ] + f * s[rX] * s[rZ]);
+    const double t12 = static_cast<double>(-s[rYZ] + f * s[rY] * s[rZ]);
 
     double vx = 1.0, vy = 1.0, vz = 1.0;
     double Lprev = 0.0;
     const double eps = static_cast<double>(prm.eps);
-    for (std::uint32_t k = 0;; ++k) {
+    // k counts in 64 bits, so that maxIter = 2^32 - 1 still ends.
+    for (std::uint64_t k = 0;; ++k) {
         for (int r = 0; r < 10; ++r) {
             const double wx = t00 * vx + t01 * vy + t02 * vz;
             const double wy = t01 * vx + t11 * vy + t12 * vz;
@@ -455,11 +409,14 @@ void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane
         vz /= L;
         // maxIter < k: with maxIter = 0 the iterations k = 0 and k = 1 run.
         if (std::fabs(L - Lprev) < eps || prm.maxIter < k) break;
+        // A zero or non-finite tensor leaves v NaN for good: stop at once (the
+        // result, a NaN normal, is the one the remaining iterations would give).
+        if (!(L > 0.0) || !std::isfinite(L)) break;
         Lprev = L;
     }
 
     const Cdirec3<T> nrm(Cpoint3<T>(static_cast<T>(vx), static_cast<T>(vy), static_cast<T>(vz)));
-    const T d = -(nrm.x * (s.x * f) + nrm.y * (s.y * f) + nrm.z * (s.z * f));
+    const T d = -(nrm.x * (s[rX] * f) + nrm.y * (s[rY] * f) + nrm.z * (s[rZ] * f));
     plane.set(nrm.x, nrm.y, nrm.z, d);
 }
 
