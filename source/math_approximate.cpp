@@ -217,7 +217,8 @@ template <class T>
 void approximate<T>::fitCircleLsq(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle,
                                   CqCircleLsqStdAbw<T>& rec) {
     fitCircleLsq(pts, circle);
-    rec.stdAbw = pts.size() < 4 ? quietNaN<T>() : StdAbwCircle2(pts, circle);
+    // Fewer than 4 points leave a NaN centre, so the deviation is NaN as well.
+    rec.stdAbw = StdAbwCircle2(pts, circle);
 }
 
 template <class T>
