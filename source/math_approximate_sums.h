@@ -16,8 +16,9 @@
 // one good to a fraction of a micrometre) and the lanes let the additions of
 // independent points overlap.  The order is fixed: results do not depend on
 // the compiler, the platform or the optimisation level.  With GCC and Clang
-// the lanes are vector-extension registers; elsewhere a plain array with the
-// same element-wise arithmetic, hence the same results.
+// the lanes are vector-extension registers; elsewhere (or with
+// METROMATH_APPROX_PORTABLE_LANES defined) a plain array with the same
+// element-wise arithmetic, which gives bit for bit the same sums.
 #ifndef MATH_APPROXIMATE_SUMS_H
 #define MATH_APPROXIMATE_SUMS_H
 
@@ -38,7 +39,7 @@ constexpr std::size_t kSumBlock = 1024;
 template <class S>
 struct LaneTraits {
     static constexpr std::size_t L = 16 / sizeof(S);
-#if defined(__GNUC__)
+#if defined(__GNUC__) && !defined(METROMATH_APPROX_PORTABLE_LANES)
     typedef S V __attribute__((vector_size(16)));
 #else
     struct V {

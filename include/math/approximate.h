@@ -162,9 +162,9 @@ public:
     // truth (the statistical limit), for float input as for double.  The
     // returned mean square is a difference of terms (distance / noise)^2 =
     // 1e12 times larger than itself: there it is good to a few percent (5 %
-    // measured); lines nearer the origin or with more noise fare better.  The fit minimises
-    // algebraic, not orthogonal, distances; the line differs from the
-    // orthogonal fit by a fraction of the noise.
+    // measured); lines nearer the origin or with more noise fare better.  The
+    // fit minimises algebraic, not orthogonal, distances; the line differs
+    // from the orthogonal fit by a fraction of the noise.
     static double fitLineLsq(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line);
     // The same fit; the mean squared distance goes into rec.meanSqDist.
     static void fitLineLsqN(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line,
