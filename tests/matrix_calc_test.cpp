@@ -402,7 +402,7 @@ TYPED_TEST(MatrixCalcTyped, TriDiagAndDiagTriStages) {
 
 TYPED_TEST(MatrixCalcTyped, SortDiagonalPermutation) {
     using T = TypeParam;
-    Cmatrix<T> A = fromRows<T>(5, 5, {0});
+    Cmatrix<T> A(5, 5, T(0));
     const T diag[] = {1, -4, 4, 0, -1};
     for (unsigned i = 0; i < 5; ++i) A(i, i) = diag[i];
     Cmatrix<T> P(2, 2, T(9));
