@@ -348,6 +348,42 @@ TYPED_TEST(MatrixCalcTyped, EigenvalueSpecialMatrices) {
     }
 }
 
+TEST(MatrixCalcDouble, TriDiagSkipIsRelativeToTheMatrixScale) {
+    // Column 0 below the diagonal has squared length 2e-20, below
+    // 2^-52·max|A|²: the reflection is skipped, the entry below the
+    // subdiagonal dropped, A still ends tridiagonal, and the eigenvalues (well
+    // separated, so perturbed only to second order) still agree with Eigen.
+    Cmatrix<double> A = fromRows<double>(3, 3, {1, 1e-10, 1e-10, 1e-10, 2, 0.5, 1e-10, 0.5, 3});
+    const Cmatrix<double> A0 = A;
+    Cmatrix<double> V;
+    CmatrixCalc<double>::QR_TriDiag(A, V);
+    EXPECT_EQ(A(2, 0), 0.0);
+    EXPECT_EQ(A(0, 2), 0.0);
+    EXPECT_EQ(A(1, 0), 1e-10);  // no reflection: the subdiagonal is kept
+    EXPECT_EQ(V(0, 0), 1.0);
+    Cmatrix<double> E = A0, W;
+    CmatrixCalc<double>::getEigenvalue(E, W);
+    Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> es(toEigen(A0));
+    for (unsigned k = 0; k < 3; ++k) EXPECT_NEAR(E(k, k), es.eigenvalues()(2 - k), 1e-15 * 3);
+
+    // Scaling by a power of two scales every step exactly: the same
+    // reflections are taken (none skipped for lack of absolute size), the
+    // eigenvalues scale exactly and the eigenvectors are bit for bit equal.
+    std::mt19937 rng(77);
+    for (int exp : {-60, -40, -20, 20, 60}) {
+        for (unsigned n : {3u, 5u, 8u}) {
+            const Cmatrix<double> S = randomSymmetric(n, rng);
+            Cmatrix<double> a = S, va;
+            Cmatrix<double> b = S, vb;
+            for (double& x : b) x = std::ldexp(x, exp);
+            CmatrixCalc<double>::getEigenvalue(a, va);
+            CmatrixCalc<double>::getEigenvalue(b, vb);
+            for (unsigned k = 0; k < n; ++k) EXPECT_EQ(b(k, k), std::ldexp(a(k, k), exp)) << exp;
+            for (unsigned e = 0; e < va.size(); ++e) EXPECT_EQ(vb.getBase()[e], va.getBase()[e]) << exp;
+        }
+    }
+}
+
 TYPED_TEST(MatrixCalcTyped, TriDiagAndDiagTriStages) {
     using T = TypeParam;
     std::mt19937 rng(8);

@@ -567,6 +567,16 @@ TEST(SolverDouble, SvdAgainstEigen) {
     // Random square and tall and wide matrices.  Singular values to 1e-13
     // relative to the largest (their conditioning is normwise).
     for (unsigned n = 1; n <= 12; ++n) checkSvd(randomMatrix<double>(n, n, rng), 1e-13, "random square");
+    // Relative to each value for well-conditioned matrices (diagonally
+    // dominant: every singular value within a factor of ~10 of the largest).
+    for (unsigned n = 2; n <= 10; ++n) {
+        Cmatrix<double> A = randomMatrix<double>(n, n, rng);
+        for (unsigned i = 0; i < n; ++i) A(i, i) += 2.0 * n;
+        math::Csolver_svd<double> svd(A);
+        const Eigen::JacobiSVD<Eigen::MatrixXd> ref(toEigen(A));
+        for (unsigned k = 0; k < n; ++k)
+            EXPECT_NEAR(svd.getSingularValues()[k], ref.singularValues()(k), 1e-13 * ref.singularValues()(k));
+    }
     checkSvd(randomMatrix<double>(50, 50, rng), 1e-13, "random 50");
     for (unsigned n = 1; n <= 8; ++n) checkSvd(randomMatrix<double>(n + 5, n, rng), 1e-13, "random tall");
     for (unsigned n = 1; n <= 6; ++n) checkSvd(randomMatrix<double>(n, n + 3, rng), 1e-13, "random wide");
@@ -664,6 +674,29 @@ TEST(SolverDouble, SvdSolveRankConditionAndThreshold) {
     bad(1, 2) = std::numeric_limits<double>::infinity();
     math::Csolver_svd<double> inf(bad);
     EXPECT_NO_THROW(inf.solve(std::vector<double>{1, 2, 3, 4}));
+}
+
+TEST(SolverFloat, SvdDecomposition) {
+    // Single precision: the same identities to float accuracy.
+    std::mt19937 rng(5);
+    for (unsigned n : {1u, 2u, 3u, 4u, 7u}) {
+        for (unsigned extra : {0u, 3u}) {
+            const Cmatrix<float> A = randomMatrix<float>(n + extra, n, rng);
+            math::Csolver_svd<float> svd(A);
+            const std::vector<float> w = svd.getSingularValues();
+            const Cmatrix<float> U = svd.getU(), V = svd.getV();
+            Cmatrix<double> Ad(A.m(), A.n());
+            for (unsigned e = 0; e < A.size(); ++e) Ad.getBase()[e] = A.getBase()[e];
+            const Eigen::JacobiSVD<Eigen::MatrixXd> ref(toEigen(Ad));
+            for (unsigned k = 0; k < n; ++k) EXPECT_NEAR(w[k], ref.singularValues()(k), 4e-6 * ref.singularValues()(0));
+            for (unsigned i = 0; i < A.m(); ++i)
+                for (unsigned j = 0; j < n; ++j) {
+                    double s = 0;
+                    for (unsigned k = 0; k < n; ++k) s += double(U(i, k)) * w[k] * V(j, k);
+                    EXPECT_NEAR(s, A(i, j), 4e-6);
+                }
+        }
+    }
 }
 
 TYPED_TEST(SolverTyped, SvdFitUsage) {
