@@ -43,8 +43,12 @@ void Csolver_le<T>::setMatrix(Cmatrix<T>& A) {
 
 template <class T>
 void Csolver_le<T>::setMatrix(Cmatrix<T> const& A) {
-    Cmatrix<T> copy(A);
-    m_A.swap(copy);
+    if (&A != &m_A && A.m() == m_A.m() && A.n() == m_A.n()) {
+        std::copy(A.begin(), A.end(), m_A.begin());  // same shape: no new block
+    } else {
+        Cmatrix<T> copy(A);
+        m_A.swap(copy);
+    }
     m_matrixChanged = true;
     prepare();
 }
@@ -74,7 +78,8 @@ Cmatrix<T> Csolver_le<T>::solve(std::vector<T> const& b) {
     if (b.empty()) {
         m_B.resize(0, 0);
     } else {
-        m_B.resize(static_cast<unsigned>(b.size()), 1);
+        const unsigned m = static_cast<unsigned>(b.size());
+        if (m_B.m() != m || m_B.n() != 1) m_B.resize(m, 1);
         std::copy(b.begin(), b.end(), m_B.begin());
     }
     m_rhsSet = true;
@@ -84,7 +89,7 @@ Cmatrix<T> Csolver_le<T>::solve(std::vector<T> const& b) {
 template <class T>
 Cmatrix<T> Csolver_le<T>::invert() {
     const unsigned n = m_A.m();
-    m_B.resize(n, n);
+    if (m_B.m() != n || m_B.n() != n) m_B.resize(n, n);
     m_B.setIdentity();
     m_rhsSet = true;
     return subsolve();
