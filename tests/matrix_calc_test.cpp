@@ -297,6 +297,34 @@ TEST(MatrixCalcDouble, EigenvaluesAgainstEigen) {
     }
 }
 
+TEST(MatrixCalcDouble, EigenvaluesRepeatedAndLarge) {
+    // Repeated eigenvalues (Q·diag·Qᵀ with a random orthogonal Q) and a 50×50
+    // matrix: eigen pairs and orthonormal rows, the sweep limit 3·n + 30
+    // suffices.
+    std::mt19937 rng(4);
+    const Eigen::MatrixXd Q = Eigen::HouseholderQR<Eigen::MatrixXd>(Eigen::MatrixXd::Random(6, 6)).householderQ();
+    Eigen::VectorXd lam(6);
+    lam << 2, 2, 2, -1, 5, 0;
+    const Eigen::MatrixXd S = Q * lam.asDiagonal() * Q.transpose();
+    Cmatrix<double> A(6, 6);
+    for (unsigned i = 0; i < 6; ++i)
+        for (unsigned j = 0; j < 6; ++j) A(i, j) = 0.5 * (S(i, j) + S(j, i));
+    std::vector<Cmatrix<double>> cases{A, randomSymmetric(50, rng)};
+    for (Cmatrix<double> const& A0 : cases) {
+        const unsigned n = A0.n();
+        Cmatrix<double> E = A0, V;
+        ASSERT_NO_THROW(CmatrixCalc<double>::getEigenvalue(E, V));
+        const Eigen::MatrixXd Ve = toEigen(V);
+        EXPECT_LT((Ve * Ve.transpose() - Eigen::MatrixXd::Identity(n, n)).cwiseAbs().maxCoeff(), 1e-13);
+        const Eigen::MatrixXd R = toEigen(A0) * Ve.transpose() - Ve.transpose() * toEigen(E);
+        EXPECT_LT(R.cwiseAbs().maxCoeff(), 1e-13 * std::fabs(E(0, 0)));
+    }
+    Cmatrix<double> E = A, V;
+    CmatrixCalc<double>::getEigenvalue(E, V);
+    const double expect[] = {5, 2, 2, 2, -1, 0};
+    for (unsigned k = 0; k < 6; ++k) EXPECT_NEAR(E(k, k), expect[k], 1e-14 * 5);
+}
+
 TYPED_TEST(MatrixCalcTyped, EigenvalueSpecialMatrices) {
     using T = TypeParam;
     // Diagonal: V is a permutation, the values reordered by magnitude (on ties
