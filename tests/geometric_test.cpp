@@ -808,3 +808,43 @@ TYPED_TEST(Geometric3, LeastSquaresIntersectionOfCircles) {
     EXPECT_FALSE(geometric<T>::intersect(cs, s, true));
     EXPECT_EQ(s, Cpoint2<T>(9, 9));
 }
+
+TYPED_TEST(Geometric3, BadInputNeitherCrashesNorHangs) {
+    using T = TypeParam;
+    const T nan = std::numeric_limits<T>::quiet_NaN(), inf = std::numeric_limits<T>::infinity();
+    const T vals[] = {nan, inf, -inf, std::numeric_limits<T>::max(), T(0), std::numeric_limits<T>::denorm_min()};
+    for (T v : vals) {
+        // The ellipse root finder terminates for every input.
+        for (const Cellipse2<T>& el : {Cellipse2<T>(Cpoint2<T>(0, 0), T(3), T(1), T(0)), Cellipse2<T>(Cpoint2<T>(0, 0), v, T(1), T(0)),
+                                       Cellipse2<T>(Cpoint2<T>(0, 0), T(3), v, T(0.2))}) {
+            (void)geometric<T>::distance(el, Cpoint2<T>(v, T(1)));
+            (void)geometric<T>::distance(el, Cpoint2<T>(T(1), v));
+        }
+        std::vector<Cline3<T>> lines = {Cline3<T>(Cpoint3<T>(v, 0, 0), Cdirec3<T>(1, 0, 0, true)),
+                                        Cline3<T>(Cpoint3<T>(0, 0, 0), Cdirec3<T>(0, v, 1, true)),
+                                        Cline3<T>(Cpoint3<T>(0, 1, 0), Cdirec3<T>(0, 0, 1, true))};
+        Cpoint3<T> s;
+        T rms;
+        (void)geometric<T>::intersect(lines, s, rms);
+        std::vector<Csphere3<T>> sph = {Csphere3<T>(Cpoint3<T>(v, 0, 0), 1), Csphere3<T>(Cpoint3<T>(0, 1, 0), v),
+                                        Csphere3<T>(Cpoint3<T>(0, 0, 1), 1), Csphere3<T>(Cpoint3<T>(1, 1, 1), 1)};
+        (void)geometric<T>::intersect(sph, s, true);
+        std::vector<Ccircle2<T>> cs = {Ccircle2<T>(Cpoint2<T>(v, 0), 1), Ccircle2<T>(Cpoint2<T>(0, 1), 1),
+                                       Ccircle2<T>(Cpoint2<T>(1, 1), 1)};
+        Cpoint2<T> s2;
+        (void)geometric<T>::intersect(cs, s2, false);
+        std::pair<Cpoint3<T>, Cpoint3<T>> seg;
+        (void)geometric<T>::intersect(CboundingBox3<T>(Cpoint3<T>(0, 0, 0), Cpoint3<T>(1, v, 1)),
+                                      Cline3<T>(Cpoint3<T>(0, 0, 0), Cdirec3<T>(1, 1, 1)), seg);
+        const Cplane3<T> e(Cdirec3<T>(0, 0, 1, true), v);
+        const Ccircle3<T> k(e, Cpoint3<T>(1, 0, 0), Cpoint3<T>(0, 1, 0), Cpoint3<T>(-1, 0, v));
+        (void)k.isValid();
+        (void)e.pointAt(v, T(1));
+    }
+    // NaN geometry yields NaN results (not exceptions).
+    EXPECT_TRUE(std::isnan(geometric<T>::distance(Cplane3<T>(), Cpoint3<T>(1, 2, 3))));
+    EXPECT_TRUE(std::isnan(geometric<T>::distance(Csphere3<T>(), Cpoint3<T>(1, 2, 3))));
+    const Cplane3<T> nanNormal(Cdirec3<T>(nan, 0, 0, true), T(0));
+    const Ccircle3<T> k(nanNormal, Cpoint3<T>(1, 0, 0), Cpoint3<T>(0, 1, 0), Cpoint3<T>(-1, 0, 0));
+    EXPECT_FALSE(k.isValid());
+}
