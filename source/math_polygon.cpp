@@ -19,10 +19,10 @@ inline T cross3(Cpoint2<T> const& a, Cpoint2<T> const& b, Cpoint2<T> const& c) {
     return (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
 }
 
-// Exact sign of (b - a) x (c - a) for the rounded difference vectors.
+// Exact sign of (b - a) x (c - a).
 template <class T>
 inline int orient(Cpoint2<T> const& a, Cpoint2<T> const& b, Cpoint2<T> const& c) {
-    return detail::crossSign(b.x - a.x, b.y - a.y, c.x - a.x, c.y - a.y);
+    return detail::orient(a, b, c);
 }
 
 template <class T>

@@ -11,3 +11,10 @@ add_test(NAME consumer_install
                  -DSANITIZE=${METROMATH_SANITIZE}
                  -P ${CMAKE_CURRENT_SOURCE_DIR}/consumer/run.cmake)
 set_tests_properties(consumer_install PROPERTIES TIMEOUT 600 LABELS install)
+
+# The product picks the widest vector kernel the processor runs; these runs cap
+# it so that the narrower kernels are checked on a wide machine as well.
+foreach(isa sse2 avx2)
+  add_test(NAME matrix_kernel_${isa} COMMAND matrix_kernel_test)
+  set_tests_properties(matrix_kernel_${isa} PROPERTIES ENVIRONMENT "METROMATH_MATRIX_ISA=${isa}")
+endforeach()

@@ -126,8 +126,8 @@ public:
     // with a NaN coordinate are ignored.  Degenerate sets: no point gives an
     // empty polygon, one distinct point a one-vertex polygon; collinear points
     // give the two end points (keepEdgePoints = false) or all distinct points in
-    // order along the line (true).  The orientation tests are exact for the
-    // difference vectors (no tolerance).
+    // order along the line (true).  The orientation tests are exact (adaptive
+    // precision, no tolerance) for coordinates of magnitude 2^-400 .. 2^500.
     static Cpolygon2 convexPoly(std::vector<Cpoint2<T>> const& pts, bool keepEdgePoints);
 
     // A simple (non-self-intersecting) polygon through all distinct points of
@@ -137,7 +137,8 @@ public:
     // the points strictly above that line in decreasing order.  Both chains are
     // monotone in (x, y) and meet only at L and R, so no two edges cross.
     // Duplicates appear once, NaN points are ignored; collinear input gives a
-    // polygon of zero area (TYPE_DEGENERATED after preprocess()).
+    // polygon of zero area (TYPE_DEGENERATED after preprocess()).  The side of
+    // the line is decided exactly.
     static Cpolygon2 contourPoly(std::vector<Cpoint2<T>> const& pts);
 
     // The four corners of the minimum-area rectangle enclosing the vertices
