@@ -2,6 +2,9 @@
 // projections and intersections between points, lines, planes, spheres,
 // cylinders and boxes.
 #include <math/geometric.h>
+#include <math/solver.h>
+
+#include <core/throw.h>
 
 #include <algorithm>
 #include <cmath>
@@ -356,6 +359,30 @@ bool geometric<T>::intersect(Cline3<T> const& a, Cline3<T> const& b, Cpoint3<T>&
     gap = (P - Q).length();
     s = (P + Q) * T(0.5);
     return false;
+}
+
+template <class T>
+bool geometric<T>::intersect(Cplane3<T> const& e1, Cplane3<T> const& e2, Cplane3<T> const& e3, Cpoint3<T>& s) {
+    const T a1 = e1.a(), b1 = e1.b(), c1 = e1.c();
+    const T a2 = e2.a(), b2 = e2.b(), c2 = e2.c();
+    const T a3 = e3.a(), b3 = e3.b(), c3 = e3.c();
+    const T det = a1 * b2 * c3 + b1 * c2 * a3 + c1 * a2 * b3 - c1 * b2 * a3 - a1 * c2 * b3 - b1 * a2 * c3;
+    if (-epsP<T>() <= det && det <= epsP<T>()) return false;
+    if (!(det == det)) return false;  // NaN plane: no system to solve
+    Cmatrix<T> A(3, 3);
+    A(0, 0) = a1, A(0, 1) = b1, A(0, 2) = c1;
+    A(1, 0) = a2, A(1, 1) = b2, A(1, 2) = c2;
+    A(2, 0) = a3, A(2, 1) = b3, A(2, 2) = c3;
+    try {
+        Csolver_luDecomp<T> lu(A);
+        const Cmatrix<T> x = lu.solve(std::vector<T>{-e1.d(), -e2.d(), -e3.d()});
+        s = Cpoint3<T>(x(0, 0), x(1, 0), x(2, 0));
+    } catch (CthrowBase const&) {
+        // The determinant test excludes a singular system; a solver error is
+        // reported as "no intersection" all the same, never passed on.
+        return false;
+    }
+    return true;
 }
 
 template <class T>
@@ -735,6 +762,8 @@ bool geometric<T>::outlier(std::vector<Cpoint3<T>>& pts, std::vector<T> const& r
     template bool geometric<T>::intersect(Cplane3<T> const&, Cplane3<T> const&, Cline3<T>&);                   \
     template bool geometric<T>::intersect(Cline3<T> const&, Cline3<T> const&, Cpoint3<T>&);                    \
     template bool geometric<T>::intersect(Cline3<T> const&, Cline3<T> const&, Cpoint3<T>&, T&);                \
+    template bool geometric<T>::intersect(Cplane3<T> const&, Cplane3<T> const&, Cplane3<T> const&,             \
+                                          Cpoint3<T>&);                                                        \
     template bool geometric<T>::intersect(Csphere3<T> const&, Cline3<T> const&, std::pair<T, T>&);             \
     template bool geometric<T>::intersect(CboundingBox3<T> const&, Cline3<T> const&,                           \
                                           std::pair<Cpoint3<T>, Cpoint3<T>>&);                                 \
