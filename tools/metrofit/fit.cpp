@@ -69,15 +69,53 @@ InputError degenerate(PointSet const& pts, std::string const& why) {
     return InputError(pts.source + ": degenerate point configuration: " + why);
 }
 
-// Collinearity of a planar set through the library's orthogonal line fit:
-// the spread across the best line against the spread along it.
+// Principal spreads of a planar set: the eigenvalues of its centred 2x2
+// scatter matrix [[sxx, sxy], [sxy, syy]] in closed form, largest first.
+// Used only to recognise degenerate sets before fitting; computed here rather
+// than with the library's recorded line fit because that one yields NaN for
+// sets whose scatter is already diagonal (sxy = 0, e.g. axis-parallel lines
+// or symmetric point sets), which are perfectly good input.
+void spreads2(std::vector<math::Cpoint2<double>> const& p, double& large, double& small) {
+    const double n = static_cast<double>(p.size());
+    double mx = 0.0, my = 0.0;
+    for (auto const& q : p) {
+        mx += q.x;
+        my += q.y;
+    }
+    mx /= n;
+    my /= n;
+    double sxx = 0.0, syy = 0.0, sxy = 0.0;
+    for (auto const& q : p) {
+        const double u = q.x - mx, v = q.y - my;
+        sxx += u * u;
+        syy += v * v;
+        sxy += u * v;
+    }
+    const double mean = 0.5 * (sxx + syy);
+    const double root = std::hypot(0.5 * (sxx - syy), sxy);
+    large = mean + root;
+    small = std::max(0.0, mean - root);
+}
+
 void requireNotCollinear2(std::vector<math::Cpoint2<double>> const& p, PointSet const& pts, const char* what) {
-    math::Cline2<double> line;
-    math::CqLineGeom2DStdAbw<double> rec;
-    A::fitLineGeom(p, line, rec);
-    if (!(rec.stdAbwAlong > 0.0)) throw degenerate(pts, "all points coincide");
-    if (!(rec.stdAbwOrth > kFlatRatio * rec.stdAbwAlong))
+    double large = 0.0, small = 0.0;
+    spreads2(p, large, small);
+    if (!(large > 0.0)) throw degenerate(pts, std::string("all points coincide, ") + what + " is not determined");
+    // Variances, so the ratio of standard deviations is squared.
+    if (!(small > kFlatRatio * kFlatRatio * large))
         throw degenerate(pts, std::string("the points are collinear, ") + what + " is not determined");
+}
+
+// The fits form sums of up to fourth powers of the coordinates; beyond this
+// magnitude they could overflow, so such input is refused up front.
+constexpr double kMaxCoordinate = 1e60;
+
+void requireModestMagnitudes(PointSet const& pts) {
+    for (std::size_t i = 0; i < pts.size(); ++i)
+        for (int k = 0; k < pts.dim; ++k)
+            if (!(std::fabs(pts.at(i, k)) <= kMaxCoordinate))
+                throw InputError(pts.source + ":" + std::to_string(pts.lineNumbers[i]) +
+                                 ": coordinate beyond +-1e60, outside the range the fits can sum");
 }
 
 FitResult fitLine2(Method method, PointSet const& pts) {
@@ -85,14 +123,9 @@ FitResult fitLine2(Method method, PointSet const& pts) {
     FitResult r;
     r.shape = Shape::line2;
     r.method = method;
-    if (p.size() == 2) {
-        if (p[0].x == p[1].x && p[0].y == p[1].y) throw degenerate(pts, "the two points coincide");
-    } else {
-        math::Cline2<double> probe;
-        math::CqLineGeom2DStdAbw<double> rec;
-        A::fitLineGeom(p, probe, rec);
-        if (!(rec.stdAbwAlong > 0.0)) throw degenerate(pts, "all points coincide, a line is not determined");
-    }
+    double large = 0.0, small = 0.0;
+    spreads2(p, large, small);
+    if (!(large > 0.0)) throw degenerate(pts, "all points coincide, a line is not determined");
 
     math::Cline2<double> line;
     if (method == Method::lsq) {
@@ -103,9 +136,14 @@ FitResult fitLine2(Method method, PointSet const& pts) {
                                   "origin (0, 0); use --method geom");
         r.measures.push_back({"meanSqDist", "mean squared distance (fitLineLsq)", meanSq});
     } else {
+        // The line from the closed-formula fit, which handles axis-parallel
+        // sets; the recorded (eigen) form only for its deviations, which it
+        // leaves NaN ("n/a") when the scatter is already diagonal.
         r.function = "approximate<double>::fitLineGeom";
+        A::fitLineGeom(p, line);
+        math::Cline2<double> eigenLine;
         math::CqLineGeom2DStdAbw<double> rec;
-        A::fitLineGeom(p, line, rec);
+        A::fitLineGeom(p, eigenLine, rec);
         r.measures.push_back({"stdAbwOrth", "std. deviation across (stdAbwOrth)", rec.stdAbwOrth});
         r.measures.push_back({"stdAbwAlong", "std. deviation along (stdAbwAlong)", rec.stdAbwAlong});
     }
@@ -229,6 +267,20 @@ FitResult fitLine3(PointSet const& pts) {
     return r;
 }
 
+// Line directions and plane normals come with the sign the eigen
+// decomposition happened to produce.  For reports that read the same from
+// run to run and between methods, turn them so that their largest component
+// is positive (the first of equal ones); a plane's d changes sign with its
+// normal.  The primitive itself is unchanged.
+bool orient(std::array<double, 3>& v) {
+    std::size_t k = 0;
+    for (std::size_t i = 1; i < 3; ++i)
+        if (std::fabs(v[i]) > std::fabs(v[k])) k = i;
+    if (!(v[k] < 0.0)) return false;
+    for (double& c : v) c = -c;
+    return true;
+}
+
 }  // namespace
 
 FitResult runFit(Shape shape, Method method, PointSet const& pts) {
@@ -239,6 +291,7 @@ FitResult runFit(Shape shape, Method method, PointSet const& pts) {
     if (pts.size() < info.minPoints)
         throw InputError(pts.source + ": the " + info.name + " fit needs at least " +
                          std::to_string(info.minPoints) + " points, found " + std::to_string(pts.size()));
+    requireModestMagnitudes(pts);
     FitResult r;
     switch (shape) {
         case Shape::line2: r = fitLine2(method, pts); break;
@@ -246,6 +299,11 @@ FitResult runFit(Shape shape, Method method, PointSet const& pts) {
         case Shape::circle: r = fitCircle(pts); break;
         case Shape::sphere: r = fitSphere(pts); break;
         case Shape::plane: r = fitPlane(method, pts); break;
+    }
+    if (shape == Shape::plane) {
+        if (orient(r.normal)) r.d = -r.d;
+    } else if (shape == Shape::line2 || shape == Shape::line3) {
+        orient(r.direction);
     }
     computeResiduals(pts, r);
     return r;

@@ -85,7 +85,8 @@ const char* residualMeaning(Shape s);
 // residualMeaning), and their summary.  Fills r.residuals and r.stats.
 void computeResiduals(PointSet const& pts, FitResult& r);
 
-// Runs the library's fit.  Throws InputError for too few points and for
+// Runs the library's fit.  Line directions and plane normals are turned so
+// that their largest component is positive (d follows the normal).  Throws InputError for too few points and for
 // degenerate configurations (with the reason), and lets CthrowBase from the
 // library pass.
 FitResult runFit(Shape shape, Method method, PointSet const& pts);

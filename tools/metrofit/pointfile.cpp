@@ -93,6 +93,12 @@ PointSet readPoints(std::istream& in, std::string const& source, int wantDim) {
     while (std::getline(in, line)) {
         ++lineNo;
         if (lineNo == 1 && line.size() >= 3 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
+        for (char c : line) {
+            const unsigned char u = static_cast<unsigned char>(c);
+            if ((u < 0x20 && !isBlank(c)) || u == 0x7f)
+                throw InputError(lineRef(source, lineNo) + "control character 0x" + "0123456789abcdef"[u >> 4] +
+                                 "0123456789abcdef"[u & 15] + ", not a text point file");
+        }
         const std::vector<std::string> fields = splitFields(line);
         if (fields.empty()) continue;
 

@@ -11,7 +11,8 @@
 //     its fields is a number (e.g. "x_px,y_px");
 //   - every data line has the same number of values, 2 or 3;
 //   - NaN and infinite values are rejected, as are values that overflow double;
-//   - Windows line ends (CRLF) and a UTF-8 byte-order mark are accepted.
+//   - Windows line ends (CRLF) and a UTF-8 byte-order mark are accepted;
+//     other control characters (binary data) are rejected.
 // Every rejection names the line number (counted from 1) in its message.
 #ifndef METROFIT_POINTFILE_H
 #define METROFIT_POINTFILE_H

@@ -25,7 +25,7 @@ std::string exactNumber(double v) {
     return buf;
 }
 
-nlohmann::json number(double v) {
+nlohmann::ordered_json number(double v) {
     // nlohmann writes non-finite numbers as null; make that explicit.
     if (!std::isfinite(v)) return nullptr;
     return v;
@@ -58,9 +58,12 @@ void writeTable(std::ostream& out, PointSet const& pts, FitResult const& r) {
     out << info.title << " fit (" << methodName(r.method) << ", " << r.function << ") to " << pts.size()
         << " points from " << pts.source << "\n\n";
 
-    const std::size_t labelWidth = 34;
-    const std::size_t valueWidth = 16;
-    out << "  " << padRight("parameter", labelWidth) << "value\n";
+    // Labels padded to the longest one, values right-aligned in one column.
+    std::size_t labelWidth = 20;
+    for (Parameter const& p : parameters(r)) labelWidth = std::max(labelWidth, p.label.size() + 4);
+    for (Measure const& m : r.measures) labelWidth = std::max(labelWidth, m.label.size() + 2);
+    const std::size_t valueWidth = 18;
+    out << "  " << padRight("parameter", labelWidth) << padLeft("value", valueWidth) << "\n";
     const char axes[3] = {'x', 'y', 'z'};
     for (Parameter const& p : parameters(r)) {
         for (std::size_t k = 0; k < p.values.size(); ++k) {
@@ -69,7 +72,8 @@ void writeTable(std::ostream& out, PointSet const& pts, FitResult const& r) {
         }
     }
 
-    out << "\n  " << padRight("deviation measure", labelWidth) << "value\n";
+    out << "\n  " << padRight("deviation measure", labelWidth) << padLeft("value", valueWidth) << "\n";
+    if (r.measures.empty()) out << "  (none reported by this fit)\n";
     for (Measure const& m : r.measures)
         out << "  " << padRight(m.label, labelWidth) << padLeft(formatNumber(m.value), valueWidth) << "\n";
 
@@ -89,8 +93,8 @@ void writeTable(std::ostream& out, PointSet const& pts, FitResult const& r) {
     }
 }
 
-nlohmann::json toJson(PointSet const& pts, FitResult const& r) {
-    nlohmann::json j;
+nlohmann::ordered_json toJson(PointSet const& pts, FitResult const& r) {
+    nlohmann::ordered_json j;
     j["tool"] = "metrofit";
     j["version"] = METROFIT_VERSION;
     j["fit"] = shapeInfo(r.shape).name;
@@ -99,24 +103,24 @@ nlohmann::json toJson(PointSet const& pts, FitResult const& r) {
     j["input"] = pts.source;
     j["points"] = pts.size();
 
-    nlohmann::json params = nlohmann::json::object();
+    nlohmann::ordered_json params = nlohmann::ordered_json::object();
     for (Parameter const& p : parameters(r)) {
         if (p.values.size() == 1) {
             params[p.key] = number(p.values[0]);
         } else {
-            nlohmann::json a = nlohmann::json::array();
+            nlohmann::ordered_json a = nlohmann::ordered_json::array();
             for (double v : p.values) a.push_back(number(v));
             params[p.key] = a;
         }
     }
     j["parameters"] = params;
 
-    nlohmann::json dev = nlohmann::json::object();
+    nlohmann::ordered_json dev = nlohmann::ordered_json::object();
     for (Measure const& m : r.measures) dev[m.key] = number(m.value);
     j["deviations"] = dev;
 
     ResidualStats const& s = r.stats;
-    nlohmann::json res;
+    nlohmann::ordered_json res;
     res["meaning"] = residualMeaning(r.shape);
     res["mean"] = number(s.mean);
     res["rms"] = number(s.rms);

@@ -21,13 +21,13 @@ std::string formatNumber(double v);
 void writeTable(std::ostream& out, PointSet const& pts, FitResult const& r);
 
 // The same content as a JSON document (numbers at full precision, NaN as
-// null).  Layout:
+// null), keys in the order below.  Layout:
 //   { "tool", "version", "fit", "method", "function", "input", "points",
 //     "parameters": { <key>: number or [numbers] },
 //     "deviations": { <library measure key>: number },
 //     "residuals": { "meaning", "mean", "rms", "min", "max", "range",
 //                    "max_abs", "max_abs_line" } }
-nlohmann::json toJson(PointSet const& pts, FitResult const& r);
+nlohmann::ordered_json toJson(PointSet const& pts, FitResult const& r);
 
 // One line per point: "line,x,y[,z],residual" after a header line, values
 // at full precision (17 significant digits), so the file reads back as the

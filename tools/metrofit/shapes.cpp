@@ -69,7 +69,7 @@ std::vector<Parameter> parameters(FitResult const& r) {
         case Shape::sphere:
             return {{"center", "centre", v3(r.center)}, {"radius", "radius", {r.radius}}};
         case Shape::plane:
-            return {{"normal", "normal", v3(r.normal)}, {"d", "d (n·x + d = 0)", {r.d}}};
+            return {{"normal", "normal", v3(r.normal)}, {"d", "d (n.x + d = 0)", {r.d}}};
     }
     return {};
 }

@@ -249,7 +249,7 @@ def group_errors(tool, data, gen):
     expect_error(tool, ["plane", w("inf.txt", "1 2 3\n4 5 -inf\n")], 1, r"inf\.txt:2: infinite")
     expect_error(tool, ["sphere", w("huge.txt", "1 2 3\n4 5 1e999\n")], 1, r"huge\.txt:2: infinite or out-of-range")
     expect_error(tool, ["circle", w("xyz.txt", "1 2 3\n")], 1, r"xyz\.txt:1: this fit needs 2 values")
-    expect_error(tool, ["circle", w("bin.dat", b"\x00\x01\xff\xfe garbage\n", "wb")], 1, r"bin\.dat:1: not a number")
+    expect_error(tool, ["circle", w("bin.dat", b"\x00\x01\xff\xfe garbage\n", "wb")], 1, r"bin\.dat:1: control character 0x00")
 
     # Too few points.
     expect_error(tool, ["circle", w("three.csv", "0,1\n1,0\n-1,0\n")], 1, r"circle fit needs at least 4 points, found 3")

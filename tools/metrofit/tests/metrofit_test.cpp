@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <sstream>
@@ -113,8 +114,12 @@ TEST(MetrofitReader, RejectionsNameTheLine) {
     EXPECT_EQ(readError("1 2\nx y\n"), "t.csv:2: not a number: 'x' in column 1");
     // A line mixing numbers and text is data, not a header.
     EXPECT_EQ(readError("1.0 abc\n"), "t.csv:1: not a number: 'abc' in column 2");
-    // Control characters in a bad field are not echoed raw.
-    EXPECT_EQ(readError("1 2\n3 a\x01" "b\n"), "t.csv:2: not a number: 'a?b' in column 2");
+    // Binary data is named as such, also when it would pass for a header.
+    EXPECT_EQ(readError("1 2\n3 a\x01" "b\n"), "t.csv:2: control character 0x01, not a text point file");
+    EXPECT_EQ(readError(std::string("\0\xff\xfe x\n", 6)), "t.csv:1: control character 0x00, not a text point file");
+    // Long bad fields are cut in the message.
+    EXPECT_EQ(readError("1 " + std::string(50, 'z') + "\n"),
+              "t.csv:1: not a number: '" + std::string(40, 'z') + "...' in column 2");
 }
 
 TEST(MetrofitReader, Files) {
@@ -345,3 +350,148 @@ TEST(MetrofitSvg, DrawingContents) {
     EXPECT_EQ(count(ps, "<line "), 50u);
     EXPECT_NE(ps.find("dot size"), std::string::npos);
 }
+
+#ifdef METROFIT_HAVE_FITS
+
+namespace {
+
+PointSet make(int dim, std::vector<double> coords) {
+    PointSet p;
+    p.dim = dim;
+    p.source = "m.txt";
+    p.coords = std::move(coords);
+    for (std::size_t i = 0; i < p.coords.size() / static_cast<std::size_t>(dim); ++i) p.lineNumbers.push_back(i + 1);
+    return p;
+}
+
+std::string fitError(Shape s, Method m, PointSet const& p) {
+    try {
+        runFit(s, m, p);
+    } catch (InputError const& e) {
+        return e.what();
+    }
+    return "";
+}
+
+struct RunResult {
+    int rc;
+    std::string out, err;
+};
+
+RunResult runTool(std::vector<std::string> args, std::string const& stdinText = "") {
+    args.insert(args.begin(), "metrofit");
+    std::vector<const char*> argv;
+    for (auto const& a : args) argv.push_back(a.c_str());
+    std::istringstream in(stdinText);
+    std::ostringstream out, err;
+    const int rc = run(static_cast<int>(argv.size()), argv.data(), in, out, err);
+    return {rc, out.str(), err.str()};
+}
+
+}  // namespace
+
+TEST(MetrofitFit, WellPosedSetsIncludingDiagonalScatter) {
+    // Symmetric sets have an exactly diagonal scatter matrix: they must fit.
+    const FitResult c = runFit(Shape::circle, Method::lsq, make(2, {3, -2, 1, 0, -1, -2, 1, -4}));
+    EXPECT_NEAR(c.center[0], 1.0, 1e-12);
+    EXPECT_NEAR(c.center[1], -2.0, 1e-12);
+    EXPECT_NEAR(c.radius, 2.0, 1e-12);
+    EXPECT_LT(c.stats.maxAbs, 1e-12);
+
+    // A horizontal line by both methods; the direction is turned to +x.
+    for (Method m : {Method::geom, Method::lsq}) {
+        const FitResult l = runFit(Shape::line2, m, make(2, {5, 3, 1, 3, 2, 3, 7, 3}));
+        EXPECT_NEAR(l.direction[0], 1.0, 1e-15) << methodName(m);
+        EXPECT_NEAR(l.direction[1], 0.0, 1e-15) << methodName(m);
+        EXPECT_LT(l.stats.maxAbs, 1e-12) << methodName(m);
+    }
+
+    // Plane z = 2 - x (normal (1, 0, 1)/sqrt2 after orientation, d = -sqrt2):
+    // the reported normal and d describe the same plane as the library's.
+    const FitResult p = runFit(Shape::plane, Method::geom, make(3, {0, 0, 2, 1, 0, 1, 0, 3, 2, 2, 5, 0, 4, 1, -2}));
+    const double h = std::sqrt(0.5);
+    EXPECT_NEAR(p.normal[0], h, 1e-12);
+    EXPECT_NEAR(p.normal[1], 0.0, 1e-12);
+    EXPECT_NEAR(p.normal[2], h, 1e-12);
+    EXPECT_NEAR(p.d, -2.0 * h, 1e-12);
+    EXPECT_LT(p.stats.maxAbs, 1e-12);
+    EXPECT_EQ(p.measures.size(), 3u);
+
+    // Sphere about (1, 2, 3) of radius 2 from 6 axis points plus one more: the
+    // origin lies outside, and the reported radius is positive either way.
+    const FitResult s = runFit(Shape::sphere, Method::lsq,
+                               make(3, {3, 2, 3, -1, 2, 3, 1, 4, 3, 1, 0, 3, 1, 2, 5, 1, 2, 1, 1 + std::sqrt(2.0), 2 + std::sqrt(2.0), 3}));
+    EXPECT_NEAR(s.center[2], 3.0, 1e-9);
+    EXPECT_NEAR(s.radius, 2.0, 1e-9);
+    const FitResult s0 = runFit(Shape::sphere, Method::lsq, make(3, {2, 0, 0, -2, 0, 0, 0, 2, 0, 0, -2, 0, 0, 0, 2}));
+    EXPECT_NEAR(s0.radius, 2.0, 1e-9);  // origin inside: the library's radius is negative
+
+    // Spatial line along -x is reported along +x; residuals are radial.
+    const FitResult l3 = runFit(Shape::line3, Method::geom, make(3, {4, 1, 0, 2, 1, 0, 0, 1, 0, -3, 1, 0}));
+    EXPECT_NEAR(l3.direction[0], 1.0, 1e-12);
+    EXPECT_LT(l3.stats.maxAbs, 1e-12);
+}
+
+TEST(MetrofitFit, DegenerateSetsAreNamed) {
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {0, 1, 1, 3, 2, 5, 3, 7})),
+              "m.txt: degenerate point configuration: the points are collinear, a circle is not determined");
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {1, 1, 1, 1, 1, 1, 1, 1})),
+              "m.txt: degenerate point configuration: all points coincide, a circle is not determined");
+    EXPECT_EQ(fitError(Shape::line2, Method::geom, make(2, {4, 4, 4, 4, 4, 4})),
+              "m.txt: degenerate point configuration: all points coincide, a line is not determined");
+    EXPECT_EQ(fitError(Shape::line2, Method::lsq, make(2, {-1, -1, 1, 1, 2, 2})),
+              "m.txt: degenerate point configuration: the algebraic line model a*x + b*y = 1 cannot represent a "
+              "line through the origin (0, 0); use --method geom");
+    EXPECT_EQ(fitError(Shape::sphere, Method::lsq, make(3, {1, 0, 7, 0, 1, 7, -1, 0, 7, 0, -1, 7, 0.6, 0.8, 7})),
+              "m.txt: degenerate point configuration: the points are coplanar, a sphere is not determined");
+    EXPECT_EQ(fitError(Shape::plane, Method::geom, make(3, {0, 0, 0, 1, 2, 3, 2, 4, 6})),
+              "m.txt: degenerate point configuration: the three points are collinear, a plane is not determined");
+    EXPECT_EQ(fitError(Shape::plane, Method::fast, make(3, {0, 0, 0, 1, 2, 3, 2, 4, 6, 3, 6, 9})),
+              "m.txt: degenerate point configuration: the points are collinear, a plane is not determined");
+    EXPECT_EQ(fitError(Shape::line3, Method::geom, make(3, {1, 2, 3, 1, 2, 3, 1, 2, 3})),
+              "m.txt: degenerate point configuration: all points coincide, a line is not determined");
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {0, 0, 1, 0, 0, 1})),
+              "m.txt: the circle fit needs at least 4 points, found 3");
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {0, 0, 1, 0, 0, 1, 2e60, 1})),
+              "m.txt:4: coordinate beyond +-1e60, outside the range the fits can sum");
+    // A nearly straight arc: radius 1e9 over an extent of 2.
+    std::vector<double> arc;
+    for (int i = -5; i <= 5; ++i) arc.insert(arc.end(), {0.2 * i, 1e9 - std::sqrt(1e18 - 0.04 * i * i)});
+    const std::string e = fitError(Shape::circle, Method::lsq, make(2, arc));
+    EXPECT_EQ(e.rfind("m.txt: degenerate point configuration: ", 0), 0u) << e;
+}
+
+TEST(MetrofitApp, ExitCodesAndOneLineErrors) {
+    const std::string pts = "x,y\n1,0\n0,1\n-1,0\n0,-1\n0.6,0.8\n";
+    RunResult r = runTool({"circle", "-"}, pts);
+    EXPECT_EQ(r.rc, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_NE(r.out.find("from <stdin>"), std::string::npos);
+
+    r = runTool({"circle", "-", "--json"}, pts);
+    ASSERT_EQ(r.rc, 0);
+    const nlohmann::json j = nlohmann::json::parse(r.out);
+    EXPECT_NEAR(j["parameters"]["radius"].get<double>(), 1.0, 1e-12);
+    EXPECT_EQ(j["points"], 5);
+
+    r = runTool({"--help"});
+    EXPECT_EQ(r.rc, 0);
+    EXPECT_NE(r.out.find("--method"), std::string::npos);
+
+    const std::vector<std::pair<std::vector<std::string>, int>> failing = {
+        {{"torus", "-"}, 2},       {{"circle"}, 2},
+        {{"circle", "-", "-x"}, 2}, {{"circle", "-", "-m", "geom"}, 2},
+        {{"circle", "-", "--magnify", "0"}, 2}, {{"plane", "-"}, 1},
+        {{"circle", "/nonexistent.csv"}, 1},
+    };
+    for (auto const& f : failing) {
+        r = runTool(f.first, pts);
+        EXPECT_EQ(r.rc, f.second) << f.first[0] << " " << r.err;
+        EXPECT_EQ(r.err.rfind("metrofit: error: ", 0), 0u) << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_EQ(r.out, "");
+    }
+    EXPECT_EQ(oneLine("a\nb\r\n\nc\td\n"), "a; b; c d");
+}
+
+#endif  // METROFIT_HAVE_FITS
