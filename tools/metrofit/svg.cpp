@@ -38,6 +38,7 @@ struct Panel {
     P2 circleCenter{0, 0};
     double circleRadius = 0;
     bool flipY = true;  // map view y upwards on the canvas
+    bool flat = false;  // side view: little padding across the primitive
     double magnification = 1.0;
 };
 
@@ -129,13 +130,12 @@ double renderPanel(std::ostream& out, Panel const& p, double top, double width, 
     extentOf(p, lo, hi);
     double w = hi.x - lo.x, h = hi.y - lo.y;
     const double extent = std::max(w, h) > 0 ? std::max(w, h) : 1.0;
-    // Pad by 12 % of the extent, so typical whiskers (<= 8 %) stay inside; give
-    // flat views some height so their whiskers have room.
-    const double pad = 0.12 * extent;
+    // Pad by 12 % of the extent, so typical whiskers (<= 8 %) stay inside.
+    const double pad = 0.12 * extent, padY = p.flat ? 0.03 * extent : pad;
     lo.x -= pad;
     hi.x += pad;
-    lo.y -= pad;
-    hi.y += pad;
+    lo.y -= padY;
+    hi.y += padY;
     w = hi.x - lo.x;
     h = hi.y - lo.y;
 
@@ -294,14 +294,21 @@ double roundDown125(double v) {
     return step * decade;
 }
 
-double autoMagnification(std::vector<double> const& res, double extent) {
-    if (res.empty() || !(extent > 0) || !std::isfinite(extent)) return 1.0;
+double percentile90(std::vector<double> const& res) {
+    if (res.empty()) return 0.0;
     std::vector<double> a(res.size());
     for (std::size_t i = 0; i < res.size(); ++i) a[i] = std::fabs(res[i]);
+    // The element at rank floor(0.9 (n - 1)) of the sorted magnitudes; the
+    // largest one when that is 0 (mostly exact points and a few off).
     const std::size_t k = (a.size() - 1) * 9 / 10;
     std::nth_element(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(k), a.end());
-    double q = a[k];
-    if (!(q > 0)) q = *std::max_element(a.begin(), a.end());
+    const double q = a[k];
+    return q > 0 ? q : *std::max_element(a.begin(), a.end());
+}
+
+double autoMagnification(std::vector<double> const& res, double extent) {
+    if (!(extent > 0) || !std::isfinite(extent)) return 1.0;
+    const double q = percentile90(res);
     if (!(q > 0) || !std::isfinite(q)) return 1.0;
     return roundDown125(0.08 * extent / q);
 }
@@ -323,6 +330,7 @@ void writeSvg(std::ostream& out, PointSet const& pts, FitResult const& r, SvgOpt
             // the side of the reference direction e1 the point lies on.
             Panel p;
             p.title = heading + ": axial against radial coordinate";
+            p.flat = true;
             p.xLabel = "along the line";
             p.yLabel = "radial distance";
             p.flipY = true;
@@ -389,6 +397,7 @@ void writeSvg(std::ostream& out, PointSet const& pts, FitResult const& r, SvgOpt
             side.title = "side view along in-plane axis 1, residuals along the normal";
             side.xLabel = "in-plane axis 1";
             side.yLabel = "normal";
+            side.flat = true;
             double umin = HUGE_VAL, umax = -HUGE_VAL;
             const double maxAbs = r.stats.maxAbs > 0 ? r.stats.maxAbs : 1.0;
             for (std::size_t i = 0; i < n; ++i) {
@@ -421,13 +430,13 @@ void writeSvg(std::ostream& out, PointSet const& pts, FitResult const& r, SvgOpt
             for (Whisker const& wk : p.whiskers) res.push_back(wk.residual);
             p.magnification = autoMagnification(res, panelExtent(p));
         }
-        // A side view is flat: make room for the magnified residuals.
-        if (p.curves.size() == 1 && !p.hasCircle && (r.shape == Shape::plane || r.shape == Shape::line3)) {
-            std::vector<double> a;
-            for (Whisker const& wk : p.whiskers) a.push_back(std::fabs(wk.residual));
-            const double q = a.empty() ? 0.0 : *std::max_element(a.begin(), a.end());
+        // A side view is flat: give it the height of twice the 90th-percentile
+        // whisker (at least 4 %, at most 25 % of its length) on either side.
+        if (p.flat && !p.curves.empty()) {
+            std::vector<double> res;
+            for (Whisker const& wk : p.whiskers) res.push_back(wk.residual);
             const double ext = panelExtent(p);
-            const double half = std::min(std::max(q * p.magnification, 0.04 * ext), 0.25 * ext);
+            const double half = std::min(std::max(2.0 * percentile90(res) * p.magnification, 0.04 * ext), 0.25 * ext);
             p.keepVisible.push_back({p.curves[0][0].x, half});
             p.keepVisible.push_back({p.curves[0][0].x, -half});
         }

@@ -41,6 +41,10 @@ struct SvgOptions {
     double width = 800.0;        // px
 };
 
+// The 90th percentile of |res| (rank floor(0.9 (n - 1)) of the sorted
+// magnitudes), or the largest |res| if that is 0; 0 for no residuals.
+double percentile90(std::vector<double> const& res);
+
 // The automatic factor for residuals `res` in a view of size `extent`.
 double autoMagnification(std::vector<double> const& res, double extent);
 
