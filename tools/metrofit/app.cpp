@@ -39,6 +39,10 @@ std::string oneLine(std::string const& message) {
     return out;
 }
 
+std::string libraryErrorLine(std::string const& fitName, CthrowBase const& e) {
+    return "metrofit: error: the " + fitName + " fit failed: " + oneLine(math::messageUtf8(e));
+}
+
 namespace {
 
 std::string shapeNames() {
@@ -153,7 +157,7 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
     } catch (InputError const& e) {
         err << "metrofit: error: " << oneLine(e.what()) << "\n";
     } catch (CthrowBase const& e) {
-        err << "metrofit: error: the " << info.name << " fit failed: " << oneLine(math::messageUtf8(e)) << "\n";
+        err << libraryErrorLine(info.name, e) << "\n";
     } catch (std::bad_alloc const&) {
         err << "metrofit: error: out of memory\n";
     }

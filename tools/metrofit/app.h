@@ -12,12 +12,19 @@
 #include <iosfwd>
 #include <string>
 
+class CthrowBase;
+
 namespace metrofit {
 
 constexpr int kExitData = 1;
 constexpr int kExitUsage = 2;
 
 int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, std::ostream& err);
+
+// The report of an exception of the library: its composed message (key,
+// text with the placeholders filled in, chained exceptions), converted from
+// the tables' Windows-1252 to UTF-8 and folded onto one line.
+std::string libraryErrorLine(std::string const& fitName, CthrowBase const& e);
 
 // Folds a message onto one line: line breaks and tabs become "; " or a blank.
 std::string oneLine(std::string const& message);

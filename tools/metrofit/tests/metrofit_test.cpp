@@ -7,6 +7,8 @@
 #include "svg.h"
 #ifdef METROFIT_HAVE_FITS
 #include "app.h"
+
+#include <math/errors.h>
 #endif
 
 #include <gtest/gtest.h>
@@ -494,4 +496,20 @@ TEST(MetrofitApp, ExitCodesAndOneLineErrors) {
     EXPECT_EQ(oneLine("a\nb\r\n\nc\td\n"), "a; b; c d");
 }
 
+
+TEST(MetrofitApp, LibraryErrorsInUtf8OnOneLine) {
+    // The table holds "\xDCbergebene Matrix ist singul\xE4r." in Windows-1252;
+    // the report shows it in UTF-8, and a chained exception on the same line.
+    const CthrowMath inner(CthrowMath::ERR_SOLVE_MATRIXSINGULAR, "");
+    const CthrowMath outer(inner, CthrowMath::ERR_MATH_INVALID_ARGUMENT, "");
+    const std::string line = libraryErrorLine("circle", outer);
+    EXPECT_EQ(line.rfind("metrofit: error: the circle fit failed: CthrowMath::ERR_MATH_INVALID_ARGUMENT: ", 0), 0u)
+        << line;
+    EXPECT_NE(line.find("Ung\xC3\xBCltiges Argument wurde \xC3\xBC" "bergeben."), std::string::npos) << line;
+    EXPECT_NE(line.find("; <- CthrowMath::ERR_SOLVE_MATRIXSINGULAR: \xC3\x9C" "bergebene Matrix ist singul\xC3\xA4r."),
+              std::string::npos)
+        << line;
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    EXPECT_EQ(line.find('\xFC'), std::string::npos);  // no raw Windows-1252 byte left
+}
 #endif  // METROFIT_HAVE_FITS
