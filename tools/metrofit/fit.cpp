@@ -212,13 +212,15 @@ FitResult fitPlane(Method method, PointSet const& pts) {
     math::CqPlaneGeomStdAbw<double> rec;
     math::Cplane3<double> plane;
     if (p.size() == 3) {
-        // Three points go to the three-point plane, which prints a message for
-        // exactly collinear points: test them here first.
+        // Three points go to the three-point plane, which prints a message
+        // when the cosine of the angle between p1p2 and p1p3 rounds to 1
+        // (angles below about 1e-8): refuse angles whose sine is below the
+        // flatness ratio before that can happen.
         const double ux = p[1].x - p[0].x, uy = p[1].y - p[0].y, uz = p[1].z - p[0].z;
         const double wx = p[2].x - p[0].x, wy = p[2].y - p[0].y, wz = p[2].z - p[0].z;
         const double cx = uy * wz - uz * wy, cy = uz * wx - ux * wz, cz = ux * wy - uy * wx;
         const double lu = std::sqrt(ux * ux + uy * uy + uz * uz), lw = std::sqrt(wx * wx + wy * wy + wz * wz);
-        if (!(std::sqrt(cx * cx + cy * cy + cz * cz) > kFlatRatio * kFlatRatio * lu * lw))
+        if (!(std::sqrt(cx * cx + cy * cy + cz * cz) > kFlatRatio * lu * lw))
             throw degenerate(pts, "the three points are collinear, a plane is not determined");
     }
     // The orthogonal fit with its record also tells whether the points span a

@@ -274,6 +274,7 @@ def group_errors(tool, data, gen):
     expect_error(tool, ["plane", w("line.txt", "".join("%d %d %d\n" % (i, i, i) for i in range(6)))], 1,
                  r"collinear, a plane is not determined")
     expect_error(tool, ["plane", w("line3pts.txt", "0 0 0\n1 1 1\n2 2 2\n")], 1, r"three points are collinear")
+    expect_error(tool, ["plane", w("near3.txt", "0 0 0\n1 0 0\n2 2e-9 0\n")], 1, r"three points are collinear")
     expect_error(tool, ["line3", w("same.txt", "1 2 3\n1 2 3\n1 2 3\n")], 1, r"coincide")
     expect_error(tool, ["line2", w("same2.txt", "1 2\n1 2\n")], 1, r"coincide")
     origin = w("origin.csv", "".join("%d,%d\n" % (i, 2 * i) for i in range(-3, 5)))

@@ -448,6 +448,9 @@ TEST(MetrofitFit, DegenerateSetsAreNamed) {
               "m.txt: degenerate point configuration: the points are coplanar, a sphere is not determined");
     EXPECT_EQ(fitError(Shape::plane, Method::geom, make(3, {0, 0, 0, 1, 2, 3, 2, 4, 6})),
               "m.txt: degenerate point configuration: the three points are collinear, a plane is not determined");
+    // Nearly collinear (angle 1e-9, whose cosine rounds to 1) is refused too.
+    EXPECT_EQ(fitError(Shape::plane, Method::geom, make(3, {0, 0, 0, 1, 0, 0, 2, 2e-9, 0})),
+              "m.txt: degenerate point configuration: the three points are collinear, a plane is not determined");
     EXPECT_EQ(fitError(Shape::plane, Method::fast, make(3, {0, 0, 0, 1, 2, 3, 2, 4, 6, 3, 6, 9})),
               "m.txt: degenerate point configuration: the points are collinear, a plane is not determined");
     EXPECT_EQ(fitError(Shape::line3, Method::geom, make(3, {1, 2, 3, 1, 2, 3, 1, 2, 3})),
