@@ -1,5 +1,7 @@
 #include <core/stream.h>
 
+#include <cctype>
+#include <cerrno>
 #include <cfloat>
 #include <charconv>
 #include <cmath>
@@ -54,7 +56,12 @@ bool parseToken(std::string const& tok, T& v) {
         v = r;
         return true;
     } else {
-        if (b != e && *b == '+') ++b;  // from_chars does not take a leading '+'
+        // from_chars does not take a leading '+'; skip one, but not in front of
+        // another sign or alone, so that "+-5", "++5" and "+" stay malformed.
+        if (b != e && *b == '+') {
+            if (b + 1 == e || b[1] == '-' || b[1] == '+') return false;
+            ++b;
+        }
         T r{};
         auto res = std::from_chars(b, e, r);
         if (res.ec != std::errc() || res.ptr != e) {
@@ -166,12 +173,14 @@ Cstream& Cstream::operator>>(char& v) {
 Cstream& Cstream::write(char v) { return putBinary<char>(v); }
 Cstream& Cstream::read(char& v) { return getBinary<char>(v); }
 
+// Strings go out verbatim, like the numbers: a field width left on the stream
+// by its owner must not pad whichever piece of text happens to come next.
 Cstream& Cstream::operator<<(const char* s) {
-    if (m_os && s) *m_os << s;
+    if (m_os && s) m_os->write(s, static_cast<std::streamsize>(std::strlen(s)));
     return *this;
 }
 Cstream& Cstream::operator<<(std::string const& s) {
-    if (m_os) *m_os << s;
+    if (m_os) m_os->write(s.data(), static_cast<std::streamsize>(s.size()));
     return *this;
 }
 Cstream& Cstream::operator>>(std::string& s) {

@@ -5,6 +5,9 @@
 #include <math/errors.h>
 #include <math/geometric.h>
 #include <math/matrix.h>
+#include <math/matrix_io.h>
 #include <math/point.h>
+#include <math/polygon.h>
+#include <math/primitives2.h>
 
 #endif

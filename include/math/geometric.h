@@ -8,10 +8,14 @@
 #include <math/point.h>
 
 // ---- includes of the planar primitives ----
-
+#include <math/primitives2.h>
 // ---- end of planar includes ----
 
 // ---- includes of the spatial primitives ----
+#include <math/primitives3.h>
+
+#include <utility>
+#include <vector>
 
 // ---- end of spatial includes ----
 
@@ -54,11 +58,110 @@ public:
     // Planar queries
     // ---------------------------------------------------------------------
 
+    // Intersection of two planar lines.  det = a.dx*b.dy - a.dy*b.dx is the
+    // sine of the angle between the unit directions; |det| <= 2^-23 (for float
+    // and double alike) counts as parallel: false, s unchanged.  Otherwise s is
+    // the common point, from the two equations x cross d = p cross d, and true.
+    static bool intersect(Cline2<T> const& a, Cline2<T> const& b, Cpoint2<T>& s);
+
     // ---- end of planar queries ----
 
     // ---------------------------------------------------------------------
     // Spatial queries
     // ---------------------------------------------------------------------
+    //
+    // The parallelism tolerance eps_p is 2^-23 for float and double alike.
+    // Functions over point sets size the output to the number of points and
+    // fill it in order, unless stated otherwise.
+
+    // Signed distance a*p.x + b*p.y + c*p.z + d: positive on the side the
+    // normal points to.
+    static T distance(Cplane3<T> const& e, Cpoint3<T> const& p);
+    static void distance(Cplane3<T> const& e, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    // Unsigned distance of p from its projection onto l.
+    static T distance(Cline3<T> const& l, Cpoint3<T> const& p);
+    // An empty point set leaves the output empty.
+    static void distance(Cline3<T> const& l, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    // Signed |p - centre| - radius (negative inside).
+    static T distance(Csphere3<T> const& s, Cpoint3<T> const& p);
+    static void distance(Csphere3<T> const& s, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    // Signed distance from the axis minus the radius (negative inside).
+    static T distance(Ccylinder3<T> const& z, Cpoint3<T> const& p);
+    // An empty point set leaves the output untouched.
+    static void distance(Ccylinder3<T> const& z, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    // |p_i - q| for every point; an empty point set leaves the output untouched.
+    static void distance(Cpoint3<T> const& q, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    // Orthogonal distance from the ellipse, signed like the sphere distance:
+    // negative inside.  Exact for points at the centre and on the axes.
+    static T distance(Cellipse2<T> const& el, Cpoint2<T> const& p);
+    static void distance(Cellipse2<T> const& el, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist);
+
+    // Foot of the perpendicular: t = (p - point).direction, p = point + t*direction.
+    static void project(Cline3<T> const& l, Cpoint3<T>& p);
+    // false for an empty set, otherwise every point projected and true.
+    static bool project(Cline3<T> const& l, std::vector<Cpoint3<T>>& ps);
+    // p - (n.p + d)*n, in the form x' = (b^2 + c^2)*x - (b*y + c*z + d)*a and
+    // likewise for y and z, all from the old coordinates.
+    static void project(Cplane3<T> const& e, Cpoint3<T>& p);
+    static void project(Cplane3<T> const& e, std::vector<Cpoint3<T>>& ps);
+
+    // Plane and line: false (and s.x NaN) when |n.direction| <= eps_p.
+    static bool intersect(Cplane3<T> const& e, Cline3<T> const& l, Cpoint3<T>& s);
+    // Two planes: false (l unchanged) when the normals are parallel within
+    // eps_p; otherwise the line along n1 x n2 through the point a*n1 + b*n2.
+    static bool intersect(Cplane3<T> const& e1, Cplane3<T> const& e2, Cline3<T>& l);
+    // Mutually closest points P, Q of two lines.  Parallel lines: false, s
+    // untouched.  P equal to Q (geometric::equal): s = P, true.  Skew lines:
+    // s = (P + Q)/2 and false, the midpoint delivered all the same.
+    static bool intersect(Cline3<T> const& a, Cline3<T> const& b, Cpoint3<T>& s);
+    // The same; gap receives |P - Q| (0 when they meet, untouched when parallel).
+    static bool intersect(Cline3<T> const& a, Cline3<T> const& b, Cpoint3<T>& s, T& gap);
+    // Sphere and line point + t*direction: the parameters of the two crossings
+    // (ascending) from b = (D.P - 2*D.C)*0.5 and q = |C|^2 + |P|^2 - 2*C.P - r^2.
+    // The form of b equals D.(P - C) only when D.P = 0 (the line given by its
+    // foot point) and is kept so.  b^2 - q < 0: both NaN and false.
+    static bool intersect(Csphere3<T> const& k, Cline3<T> const& l, std::pair<T, T>& t);
+    // Box and line by the slab method: entry and exit point in the order of
+    // the line's direction (equal when the line only touches an edge or a
+    // corner).  false (points untouched) when the line misses the box or box
+    // or line are invalid.
+    static bool intersect(CboundingBox3<T> const& box, Cline3<T> const& l,
+                          std::pair<Cpoint3<T>, Cpoint3<T>>& s);
+    // Least-squares intersection of lines: the point minimising the sum of
+    // the squared distances from the lines; rms receives the root mean square
+    // of those distances.  false (outputs untouched) for fewer than two lines,
+    // a zero or NaN direction, or lines that are parallel within eps_p.
+    static bool intersect(std::vector<Cline3<T>> const& lines, Cpoint3<T>& s, T& rms);
+    // Least-squares intersection of spheres through their radical planes; the
+    // flag picks one of the two mirror solutions when the centres are coplanar
+    // (e.g. three spheres).  See the source for the details.
+    static bool intersect(std::vector<Csphere3<T>> const& spheres, Cpoint3<T>& s, bool positiveSide);
+
+    // Planar queries over the lines and circles of the plane.
+    //
+    // Signed distance (p - point) x direction = dx*(p.y - y) - dy*(p.x - x):
+    // positive for points to the left of the directed line.
+    static T distance(Cline2<T> const& l, Cpoint2<T> const& p);
+    static void distance(Cline2<T> const& l, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist);
+    // Parallel lines (|a.direction . b.direction| within eps_p of 1): the
+    // unsigned distance of b's point from a; otherwise 0 (the lines meet).
+    static T distance(Cline2<T> const& a, Cline2<T> const& b);
+    // Foot of the perpendicular: t = (p - point).direction, p = point + t*direction.
+    static void project(Cline2<T> const& l, Cpoint2<T>& p);
+    // false for an empty set.  Otherwise each point in turn becomes the
+    // intersection of l with the perpendicular to l through it (intersect for
+    // two Cline2); when an intersection fails, false at once (earlier points
+    // projected, the rest unchanged); else true.
+    static bool project(Cline2<T> const& l, std::vector<Cpoint2<T>>& ps);
+    // Least-squares intersection of circles through their radical axes; the
+    // flag picks one of the two mirror solutions when the centres are
+    // collinear (e.g. two circles).  See the source for the details.
+    static bool intersect(std::vector<Ccircle2<T>> const& circles, Cpoint2<T>& s, bool leftSide);
+
+    // Keeps exactly the points whose residual satisfies |r_i| <= threshold
+    // (order kept; NaN residuals are removed).  false, and nothing removed,
+    // when the number of residuals differs from the number of points.
+    static bool outlier(std::vector<Cpoint3<T>>& pts, std::vector<T> const& residuals, T const& threshold);
 
     // ---- end of spatial queries ----
 };

@@ -77,6 +77,10 @@ public:
 
     // n by m matrix with element (j, i) = element (i, j).
     Cmatrix transp() const;
+
+private:
+    // m by n elements of unspecified value, for results that write them all.
+    Cmatrix(unsigned int m, unsigned int n, core::Cuninitialized u) : Base(m, n, u) {}
 };
 
 extern template class Cmatrix<float>;

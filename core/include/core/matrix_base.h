@@ -20,6 +20,11 @@
 
 namespace core {
 
+// Tag for storage whose every element the caller writes before reading: the
+// block is taken from the allocator without being cleared first.
+struct Cuninitialized {};
+constexpr Cuninitialized uninitialized{};
+
 // Checking policy: assertions in checking builds only.
 struct CmatrixCheckAssert {
     static void index(unsigned i, unsigned j, unsigned m, unsigned n) {
@@ -45,9 +50,11 @@ public:
     Carray() noexcept : m_ptr(nullptr), m_count(0) {}
     // `count` elements, all zero.  Throws CthrowBase (ERR_CORE_NOMEMORY) when
     // the block cannot be had, including byte counts beyond 32 bits.
-    explicit Carray(std::size_t count) : m_ptr(nullptr), m_count(0) { allocate(count); }
+    explicit Carray(std::size_t count) : m_ptr(nullptr), m_count(0) { allocate(count, true); }
+    // `count` elements of unspecified value, for callers that overwrite them all.
+    Carray(std::size_t count, Cuninitialized) : m_ptr(nullptr), m_count(0) { allocate(count, false); }
     Carray(Carray const& o) : m_ptr(nullptr), m_count(0) {
-        allocate(o.m_count);
+        allocate(o.m_count, false);
         if (m_count) std::memcpy(m_ptr, o.m_ptr, m_count * sizeof(T));
     }
     Carray(Carray&& o) noexcept : m_ptr(o.m_ptr), m_count(o.m_count) {
@@ -77,10 +84,10 @@ public:
     std::size_t count() const noexcept { return m_count; }
 
 private:
-    void allocate(std::size_t count) {
+    void allocate(std::size_t count, bool zero) {
         if (count == 0) return;
         const unsigned bytes = memTracker_bytes(count, sizeof(T));
-        void* p = core_memTracker_calloc(bytes, true);
+        void* p = zero ? core_memTracker_calloc(bytes, true) : core_memTracker_malloc(bytes, true);
         m_ptr = static_cast<T*>(p);
         m_count = count;
     }
@@ -144,6 +151,10 @@ public:
     // m rows, n columns, all elements zero.
     CmatrixBase(unsigned m, unsigned n)
         : m_data(static_cast<std::size_t>(m) * n), m_n(n), m_m(m) {}
+    // m rows, n columns of unspecified value: for derived classes that write
+    // every element before the matrix is seen.
+    CmatrixBase(unsigned m, unsigned n, Cuninitialized)
+        : m_data(static_cast<std::size_t>(m) * n, uninitialized), m_n(n), m_m(m) {}
     CmatrixBase(CmatrixBase const&) = default;
     CmatrixBase(CmatrixBase&& o) noexcept : m_data(std::move(o.m_data)), m_n(o.m_n), m_m(o.m_m) {
         o.m_n = o.m_m = 0;

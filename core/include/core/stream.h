@@ -9,10 +9,11 @@
 // form that reads back to the same value (std::to_chars), and read with
 // std::from_chars, so a value written and read as text is bit-for-bit the
 // same (including subnormals, infinities "inf"/"-inf", and NaN as "nan").
-// Integers are written in decimal.  Formatted input skips leading white space
-// and reads one white-space delimited token; a token that is not a complete
-// number of the requested type sets failbit on the underlying stream and
-// leaves the target unchanged.
+// Integers are written in decimal.  Numbers and strings go out verbatim,
+// whatever base, width or fill the stream has been given.  Formatted input
+// skips leading white space and reads one white-space delimited token; a
+// token that is not a complete number of the requested type sets failbit on
+// the underlying stream and leaves the target unchanged.
 #ifndef CORE_STREAM_H
 #define CORE_STREAM_H
 

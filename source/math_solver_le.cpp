@@ -1,0 +1,258 @@
+// Solver frame Csolver_le<T> and the Gauss-Jordan solver.
+#include <math/solver.h>
+
+#include <math/errors.h>
+#include <math/matrix_calc.h>
+#include <math/point.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace math {
+
+// ---------------------------------------------------------------------------
+// Csolver_le
+// ---------------------------------------------------------------------------
+
+template <class T>
+Csolver_le<T>::Csolver_le() : m_A(), m_B(), m_matrixChanged(false), m_rhsSet(false) {}
+
+template <class T>
+Csolver_le<T>::Csolver_le(Cmatrix<T> const& A) : m_A(A), m_B(), m_matrixChanged(true), m_rhsSet(false) {}
+
+template <class T>
+Csolver_le<T>::Csolver_le(Cmatrix<T>& A) : m_A(A), m_B(), m_matrixChanged(true), m_rhsSet(false) {}
+
+template <class T>
+Csolver_le<T>::Csolver_le(Csolver_le const& other) = default;
+
+template <class T>
+Csolver_le<T>& Csolver_le<T>::operator=(Csolver_le const& other) = default;
+
+template <class T>
+Csolver_le<T>::~Csolver_le() = default;
+
+template <class T>
+void Csolver_le<T>::setMatrix(Cmatrix<T>& A) {
+    m_A.swap(A);
+    m_matrixChanged = true;
+    prepare();
+}
+
+template <class T>
+void Csolver_le<T>::setMatrix(Cmatrix<T> const& A) {
+    Cmatrix<T> copy(A);
+    m_A.swap(copy);
+    m_matrixChanged = true;
+    prepare();
+}
+
+template <class T>
+void Csolver_le<T>::prepare() {
+    if (!m_matrixChanged) return;
+    init();
+    m_matrixChanged = false;
+}
+
+template <class T>
+Cmatrix<T> Csolver_le<T>::solve(Cmatrix<T>& B) {
+    m_B.swap(B);
+    m_rhsSet = true;
+    return subsolve();
+}
+
+template <class T>
+Cmatrix<T> Csolver_le<T>::solve(Cmatrix<T> const& B) {
+    Cmatrix<T> copy(B);
+    return solve(copy);
+}
+
+template <class T>
+Cmatrix<T> Csolver_le<T>::solve(std::vector<T> const& b) {
+    if (b.empty()) {
+        m_B.resize(0, 0);
+    } else {
+        m_B.resize(static_cast<unsigned>(b.size()), 1);
+        std::copy(b.begin(), b.end(), m_B.begin());
+    }
+    m_rhsSet = true;
+    return subsolve();
+}
+
+template <class T>
+Cmatrix<T> Csolver_le<T>::invert() {
+    const unsigned n = m_A.m();
+    m_B.resize(n, n);
+    m_B.setIdentity();
+    m_rhsSet = true;
+    return subsolve();
+}
+
+template <class T>
+Cmatrix<T> Csolver_le<T>::solveItr(Cmatrix<T> const& A, Cmatrix<T> const& B) {
+    Cmatrix<T> X = solve(B);
+    // A·X must be defined and of B's shape, or the residuals make no sense.
+    if (A.n() != X.m() || A.m() != B.m() || X.n() != B.n())
+        throw CthrowMath(CthrowMath::ERR_MATH_INVALID_ARGUMENT, "");
+    T measure = CmatrixCalc<T>::dif(A * X, B);
+    Cmatrix<T> kept;
+    for (;;) {
+        kept = X;
+        Cmatrix<T> residual = B - A * X;  // B − A·X: the correction is added
+        X += solve(residual);
+        const T next = CmatrixCalc<T>::dif(A * X, B);
+        if (!(next < measure)) break;  // also ends on NaN
+        measure = next;
+    }
+    return kept;
+}
+
+template <class T>
+T Csolver_le<T>::deviation(Cmatrix<T> const& A, Cmatrix<T> const& X, Cmatrix<T> const& B) const {
+    if (A.n() != X.m() || A.m() < B.m() || X.n() < B.n()) return quietNaN<T>();
+    const unsigned inner = A.n();
+    T sum = T(0);
+    for (unsigned i = 0; i < B.m(); ++i) {
+        const T* a = A.getRow(i);
+        for (unsigned j = 0; j < B.n(); ++j) {
+            T ax = T(0);
+            for (unsigned k = 0; k < inner; ++k) ax += a[k] * X(k, j);
+            const T r = B(i, j) - ax;
+            sum += r * r;
+        }
+    }
+    return sum;
+}
+
+template <class T>
+Cmatrix<T> Csolver_le<T>::subsolve() {
+    throw CthrowMath(CthrowMath::ERR_MATH_FUNCNOTIMPL, "");
+}
+
+template <class T>
+void Csolver_le<T>::init() {
+    throw CthrowMath(CthrowMath::ERR_MATH_FUNCNOTIMPL, "");
+}
+
+// ---------------------------------------------------------------------------
+// Csolver_GaussJordan
+// ---------------------------------------------------------------------------
+
+template <class T>
+Csolver_GaussJordan<T>::Csolver_GaussJordan() : Csolver_le<T>() {}
+
+template <class T>
+Csolver_GaussJordan<T>::Csolver_GaussJordan(Cmatrix<T> const& A) : Csolver_le<T>(A) {}
+
+template <class T>
+Csolver_GaussJordan<T>::Csolver_GaussJordan(Cmatrix<T>& A) : Csolver_le<T>(A) {}
+
+template <class T>
+Csolver_GaussJordan<T>::Csolver_GaussJordan(Csolver_GaussJordan const& other) = default;
+
+template <class T>
+Csolver_GaussJordan<T>& Csolver_GaussJordan<T>::operator=(Csolver_GaussJordan const& other) = default;
+
+template <class T>
+Csolver_GaussJordan<T>::~Csolver_GaussJordan() = default;
+
+template <class T>
+void Csolver_GaussJordan<T>::init() {
+    m_saved = this->m_A;
+}
+
+template <class T>
+Cmatrix<T> Csolver_GaussJordan<T>::subsolve() {
+    this->prepare();
+    Cmatrix<T>& A = this->m_A;
+    Cmatrix<T>& B = this->m_B;
+
+    // 1. Every solve starts from the system matrix as installed (no new block
+    //    when the shapes agree).
+    if (A.m() == m_saved.m() && A.n() == m_saved.n())
+        std::copy(m_saved.begin(), m_saved.end(), A.begin());
+    else
+        A = m_saved;
+
+    // 2.-4. Shapes.
+    if (A.m() != A.n()) throw CthrowMath(CthrowMath::ERR_MATRIX_NOTSQUARE, "");
+    const unsigned n = A.n();
+    m_indxr.assign(n, 0);
+    m_indxc.assign(n, 0);
+    m_ipiv.assign(n, 0);
+    if (B.m() != n) throw CthrowMath(CthrowMath::ERR_MATH_INVALID_ARGUMENT, "");
+    const unsigned k = B.n();
+
+    unsigned irow = 0;
+    unsigned icol = 0;
+    for (unsigned i = 0; i < n; ++i) {
+        // a. Pivot: the largest magnitude among unused rows and columns; on
+        //    ties the last one wins (>=), so a zero can become the pivot.
+        T big = T(0);
+        for (unsigned j = 0; j < n; ++j) {
+            if (m_ipiv[j] == 1) continue;
+            const T* aj = A.getRow(j);
+            for (unsigned c = 0; c < n; ++c) {
+                if (m_ipiv[c] != 0) continue;
+                const T v = std::fabs(aj[c]);
+                if (v >= big) {
+                    big = v;
+                    irow = j;
+                    icol = c;
+                }
+            }
+        }
+        // b. Mark the pivot column.
+        ++m_ipiv[icol];
+        // c. Bring the pivot onto the diagonal.
+        if (irow != icol) {
+            std::swap_ranges(A.getRow(irow), A.getRow(irow) + n, A.getRow(icol));
+            if (k) std::swap_ranges(B.getRow(irow), B.getRow(irow) + k, B.getRow(icol));
+        }
+        // d. Record the step.
+        m_indxr[i] = static_cast<int>(irow);
+        m_indxc[i] = static_cast<int>(icol);
+        // e. Only an exact zero is singular.
+        T* ap = A.getRow(icol);
+        if (ap[icol] == T(0)) throw CthrowMath(CthrowMath::ERR_SOLVE_MATRIXSINGULAR, "");
+        // f. Normalise the pivot row.
+        const T inv = T(1) / ap[icol];
+        ap[icol] = T(1);
+        for (unsigned c = 0; c < n; ++c) ap[c] *= inv;
+        T* bp = k ? B.getRow(icol) : nullptr;
+        for (unsigned c = 0; c < k; ++c) bp[c] *= inv;
+        // g. Eliminate the pivot column from every other row.
+        for (unsigned r = 0; r < n; ++r) {
+            if (r == icol) continue;
+            T* ar = A.getRow(r);
+            const T d = ar[icol];
+            ar[icol] = T(0);
+            for (unsigned c = 0; c < n; ++c) ar[c] -= ap[c] * d;
+            if (k) {
+                T* br = B.getRow(r);
+                for (unsigned c = 0; c < k; ++c) br[c] -= bp[c] * d;
+            }
+        }
+    }
+    // 6. Unscramble the column exchanges: A becomes the inverse.
+    for (unsigned l = n; l-- > 0;) {
+        const unsigned r = static_cast<unsigned>(m_indxr[l]);
+        const unsigned c = static_cast<unsigned>(m_indxc[l]);
+        if (r == c) continue;
+        for (unsigned row = 0; row < n; ++row) {
+            T* a = A.getRow(row);
+            std::swap(a[r], a[c]);
+        }
+    }
+    // 7. B holds the solution.
+    return B;
+}
+
+template class Csolver_le<float>;
+template class Csolver_le<double>;
+template class Csolver_GaussJordan<float>;
+template class Csolver_GaussJordan<double>;
+
+}  // namespace math
