@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
 #include <fstream>
 #include <functional>
 #include <new>
@@ -92,8 +93,8 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
     app.add_flag("--json", json, "Print the result as JSON instead of a table");
     app.add_option("--residuals", residualsPath, "Write each point's signed distance from the fit to this CSV file");
     app.add_option("--svg", svgPath, "Draw points, fitted primitive and magnified residuals into this SVG file");
-    app.add_option("--magnify", magnify, "Residual magnification in the drawing (default: automatic)")
-        ->check(CLI::PositiveNumber);
+    CLI::Option* magnifyOption =
+        app.add_option("--magnify", magnify, "Residual magnification in the drawing (default: automatic)");
     app.add_flag("--y-down", yDown, "Draw planar fits with y pointing down, as in image pixel coordinates");
     app.set_version_flag("--version", std::string("metrofit ") + METROFIT_VERSION);
     app.footer("Example:\n  metrofit circle examples/data/bore_edge.csv --svg bore.svg\n\n"
@@ -104,6 +105,11 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
     } catch (CLI::ParseError const& e) {
         if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(e, out, err);
         err << "metrofit: error: " << oneLine(e.what()) << " (see metrofit --help)\n";
+        return kExitUsage;
+    }
+
+    if (magnifyOption->count() > 0 && !(magnify > 0.0 && std::isfinite(magnify))) {
+        err << "metrofit: error: --magnify needs a positive number\n";
         return kExitUsage;
     }
 

@@ -302,7 +302,9 @@ def group_usage(tool, data, gen):
     expect_error(tool, ["circle", bore, "--frobnicate"], 2, r"frobnicate")
     expect_error(tool, ["circle", bore, "--method", "geom"], 2, r"method 'geom' is not available for circle; available: lsq")
     expect_error(tool, ["line3", bore, "--method", "banana"], 2, r"method 'banana' is not available for line3")
-    expect_error(tool, ["circle", bore, "--magnify", "-3"], 2, r"magnify")
+    expect_error(tool, ["circle", bore, "--magnify", "-3"], 2, r"--magnify needs a positive number$")
+    expect_error(tool, ["circle", bore, "--magnify", "inf"], 2, r"--magnify needs a positive number$")
+    expect_error(tool, ["circle", bore, "--magnify", "x"], 2, r"magnify")
     expect_error(tool, ["circle", bore, "extra"], 2, r"extra")
 
 
