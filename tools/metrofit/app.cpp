@@ -79,7 +79,7 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
                  "measures and the residuals.",
                  "metrofit"};
     std::string fitName, file, methodText, residualsPath, svgPath;
-    bool json = false, yDown = false;
+    bool json = false, yDown = false, singlePrecision = false;
     double magnify = 0.0;
 
     app.add_option("FIT", fitName, "Primitive to fit: " + shapeNames())->required();
@@ -90,6 +90,8 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
     app.add_option("-m,--method", methodText,
                    "lsq (algebraic least squares), geom (orthogonal distances) or fast (plane by power "
                    "iteration); default: geom for line2, line3 and plane, lsq for circle and sphere");
+    app.add_flag("--float", singlePrecision,
+                 "Fit with the library's float instantiation (points rounded to float) instead of double");
     app.add_flag("--json", json, "Print the result as JSON instead of a table");
     app.add_option("--residuals", residualsPath, "Write each point's signed distance from the fit to this CSV file");
     app.add_option("--svg", svgPath, "Draw points, fitted primitive and magnified residuals into this SVG file");
@@ -139,7 +141,7 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
             throw InputError(pts.source + ": the " + info.name + " fit needs at least " +
                              std::to_string(info.minPoints) + " points, found " + std::to_string(pts.size()));
         }
-        const FitResult result = runFit(shape, method, pts);
+        const FitResult result = runFit(shape, method, pts, singlePrecision);
 
         if (!residualsPath.empty())
             writeOutput(residualsPath, out, "residuals", [&](std::ostream& o) { writeResiduals(o, pts, result); });

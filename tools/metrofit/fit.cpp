@@ -1,5 +1,5 @@
-// runFit: the calls into the library's fitting functions (approximate<double>)
-// and the checks that turn the library's silent degenerate results (NaN,
+// runFit: the calls into the library's fitting functions (approximate<T> for
+// T = double, or float on request) and the checks that turn the library's silent degenerate results (NaN,
 // huge or arbitrary values, see math/approximate.h) into clear errors.
 #include "fit.h"
 
@@ -8,12 +8,24 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <stdexcept>
+#include <type_traits>
 
 namespace metrofit {
 
 namespace {
 
-using A = math::approximate<double>;
+template <class T>
+const char* typeName();
+template <>
+const char* typeName<double>() { return "double"; }
+template <>
+const char* typeName<float>() { return "float"; }
+
+template <class T>
+std::string functionName(const char* member) {
+    return std::string("approximate<") + typeName<T>() + ">::" + member;
+}
 
 // A principal spread this many times smaller than the largest one counts as
 // zero: the points are collinear (circle, plane) or coplanar (sphere).  Exact
@@ -26,17 +38,21 @@ constexpr double kFlatRatio = 1e-6;
 // from the chord by less than L / 8e6.
 constexpr double kHugeRadius = 1e6;
 
-std::vector<math::Cpoint2<double>> points2(PointSet const& pts) {
-    std::vector<math::Cpoint2<double>> v;
+// The points in the library's types; for float each coordinate is rounded
+// to the nearest float.
+template <class T>
+std::vector<math::Cpoint2<T>> points2(PointSet const& pts) {
+    std::vector<math::Cpoint2<T>> v;
     v.reserve(pts.size());
-    for (std::size_t i = 0; i < pts.size(); ++i) v.emplace_back(pts.at(i, 0), pts.at(i, 1));
+    for (std::size_t i = 0; i < pts.size(); ++i) v.emplace_back(T(pts.at(i, 0)), T(pts.at(i, 1)));
     return v;
 }
 
-std::vector<math::Cpoint3<double>> points3(PointSet const& pts) {
-    std::vector<math::Cpoint3<double>> v;
+template <class T>
+std::vector<math::Cpoint3<T>> points3(PointSet const& pts) {
+    std::vector<math::Cpoint3<T>> v;
     v.reserve(pts.size());
-    for (std::size_t i = 0; i < pts.size(); ++i) v.emplace_back(pts.at(i, 0), pts.at(i, 1), pts.at(i, 2));
+    for (std::size_t i = 0; i < pts.size(); ++i) v.emplace_back(T(pts.at(i, 0)), T(pts.at(i, 1)), T(pts.at(i, 2)));
     return v;
 }
 
@@ -75,18 +91,20 @@ InputError degenerate(PointSet const& pts, std::string const& why) {
 // than with the library's recorded line fit because that one yields NaN for
 // sets whose scatter is already diagonal (sxy = 0, e.g. axis-parallel lines
 // or symmetric point sets), which are perfectly good input.
-void spreads2(std::vector<math::Cpoint2<double>> const& p, double& large, double& small) {
-    const double n = static_cast<double>(p.size());
+// The test is on the data as read, in double, whatever type fits them.
+void spreads2(PointSet const& pts, double& large, double& small) {
+    const std::size_t count = pts.size();
+    const double n = static_cast<double>(count);
     double mx = 0.0, my = 0.0;
-    for (auto const& q : p) {
-        mx += q.x;
-        my += q.y;
+    for (std::size_t i = 0; i < count; ++i) {
+        mx += pts.at(i, 0);
+        my += pts.at(i, 1);
     }
     mx /= n;
     my /= n;
     double sxx = 0.0, syy = 0.0, sxy = 0.0;
-    for (auto const& q : p) {
-        const double u = q.x - mx, v = q.y - my;
+    for (std::size_t i = 0; i < count; ++i) {
+        const double u = pts.at(i, 0) - mx, v = pts.at(i, 1) - my;
         sxx += u * u;
         syy += v * v;
         sxy += u * v;
@@ -97,39 +115,58 @@ void spreads2(std::vector<math::Cpoint2<double>> const& p, double& large, double
     small = std::max(0.0, mean - root);
 }
 
-void requireNotCollinear2(std::vector<math::Cpoint2<double>> const& p, PointSet const& pts, const char* what) {
+void requireNotCollinear2(PointSet const& pts, const char* what) {
     double large = 0.0, small = 0.0;
-    spreads2(p, large, small);
+    spreads2(pts, large, small);
     if (!(large > 0.0)) throw degenerate(pts, std::string("all points coincide, ") + what + " is not determined");
     // Variances, so the ratio of standard deviations is squared.
     if (!(small > kFlatRatio * kFlatRatio * large))
         throw degenerate(pts, std::string("the points are collinear, ") + what + " is not determined");
 }
 
-// The fits form sums of up to fourth powers of the coordinates; beyond this
-// magnitude they could overflow, so such input is refused up front.
-constexpr double kMaxCoordinate = 1e60;
+// The fits form sums of up to fourth powers of the coordinates; beyond these
+// magnitudes they could overflow, so such input is refused up front.  double:
+// (1e60)^4 = 1e240 leaves room for any count of points.  float: the algebraic
+// fits convert their double sums to float (largest 3.4e38), and (1e6)^4 n
+// stays below that up to n = 1e14; float carries about 7 digits, so larger
+// coordinates would hold little of their measured detail anyway.
+template <class T>
+constexpr double maxCoordinate() {
+    return std::is_same<T, float>::value ? 1e6 : 1e60;
+}
 
+template <class T>
 void requireModestMagnitudes(PointSet const& pts) {
     for (std::size_t i = 0; i < pts.size(); ++i)
         for (int k = 0; k < pts.dim; ++k)
-            if (!(std::fabs(pts.at(i, k)) <= kMaxCoordinate))
-                throw InputError(pts.source + ":" + std::to_string(pts.lineNumbers[i]) +
-                                 ": coordinate beyond +-1e60, outside the range the fits can sum");
+            if (!(std::fabs(pts.at(i, k)) <= maxCoordinate<T>()))
+                throw InputError(pts.source + ":" + std::to_string(pts.lineNumbers[i]) + ": coordinate beyond +-" +
+                                 num(maxCoordinate<T>()) + ", outside the range the " + typeName<T>() +
+                                 " fits can sum");
 }
 
+// Coplanarity and collinearity of a spatial set from the principal spreads
+// of the library's orthogonal plane fit, in double on the data as read.
+// Needs at least 4 points (3 go to the three-point plane without spreads).
+void spreads3(PointSet const& pts, math::CqPlaneGeomStdAbw<double>& rec) {
+    math::Cplane3<double> plane;
+    math::approximate<double>::fitPlaneGeom(points3<double>(pts), plane, rec);
+}
+
+template <class T>
 FitResult fitLine2(Method method, PointSet const& pts) {
-    const std::vector<math::Cpoint2<double>> p = points2(pts);
+    using A = math::approximate<T>;
+    double large = 0.0, small = 0.0;
+    spreads2(pts, large, small);
+    if (!(large > 0.0)) throw degenerate(pts, "all points coincide, a line is not determined");
+    const std::vector<math::Cpoint2<T>> p = points2<T>(pts);
     FitResult r;
     r.shape = Shape::line2;
     r.method = method;
-    double large = 0.0, small = 0.0;
-    spreads2(p, large, small);
-    if (!(large > 0.0)) throw degenerate(pts, "all points coincide, a line is not determined");
 
-    math::Cline2<double> line;
+    math::Cline2<T> line;
     if (method == Method::lsq) {
-        r.function = "approximate<double>::fitLineLsq";
+        r.function = functionName<T>("fitLineLsq");
         const double meanSq = A::fitLineLsq(p, line);
         if (!line.isValid() || !allFinite({line.point().x, line.point().y, line.direction().x, line.direction().y}))
             throw degenerate(pts, "the algebraic line model a*x + b*y = 1 cannot represent a line through the "
@@ -139,10 +176,10 @@ FitResult fitLine2(Method method, PointSet const& pts) {
         // The line from the closed-formula fit, which handles axis-parallel
         // sets; the recorded (eigen) form only for its deviations, which it
         // leaves NaN ("n/a") when the scatter is already diagonal.
-        r.function = "approximate<double>::fitLineGeom";
+        r.function = functionName<T>("fitLineGeom");
         A::fitLineGeom(p, line);
-        math::Cline2<double> eigenLine;
-        math::CqLineGeom2DStdAbw<double> rec;
+        math::Cline2<T> eigenLine;
+        math::CqLineGeom2DStdAbw<T> rec;
         A::fitLineGeom(p, eigenLine, rec);
         r.measures.push_back({"stdAbwOrth", "std. deviation across (stdAbwOrth)", rec.stdAbwOrth});
         r.measures.push_back({"stdAbwAlong", "std. deviation along (stdAbwAlong)", rec.stdAbwAlong});
@@ -154,16 +191,17 @@ FitResult fitLine2(Method method, PointSet const& pts) {
     return r;
 }
 
+template <class T>
 FitResult fitCircle(PointSet const& pts) {
-    const std::vector<math::Cpoint2<double>> p = points2(pts);
-    requireNotCollinear2(p, pts, "a circle");
+    requireNotCollinear2(pts, "a circle");
+    const std::vector<math::Cpoint2<T>> p = points2<T>(pts);
     FitResult r;
     r.shape = Shape::circle;
     r.method = Method::lsq;
-    r.function = "approximate<double>::fitCircleLsq";
-    math::Ccircle2<double> c;
-    math::CqCircleLsqStdAbw<double> rec;
-    A::fitCircleLsq(p, c, rec);
+    r.function = functionName<T>("fitCircleLsq");
+    math::Ccircle2<T> c;
+    math::CqCircleLsqStdAbw<T> rec;
+    math::approximate<T>::fitCircleLsq(p, c, rec);
     if (!c.isValid() || !allFinite({c.center().x, c.center().y, c.radius()}) ||
         std::fabs(c.radius()) > kHugeRadius * boxDiagonal(pts))
         throw degenerate(pts, "the points lie too close to a straight line, the fitted radius (" +
@@ -174,13 +212,12 @@ FitResult fitCircle(PointSet const& pts) {
     return r;
 }
 
+template <class T>
 FitResult fitSphere(PointSet const& pts) {
-    const std::vector<math::Cpoint3<double>> p = points3(pts);
     {
         // Coplanar points (a circle in space, or less) leave the sphere open.
-        math::Cplane3<double> plane;
         math::CqPlaneGeomStdAbw<double> rec;
-        A::fitPlaneGeom(p, plane, rec);
+        spreads3(pts, rec);
         if (!(rec.stdAbwMain > 0.0)) throw degenerate(pts, "all points coincide, a sphere is not determined");
         if (!(rec.stdAbwNormal > kFlatRatio * rec.stdAbwSecond))
             throw degenerate(pts, "the points are coplanar, a sphere is not determined");
@@ -188,10 +225,10 @@ FitResult fitSphere(PointSet const& pts) {
     FitResult r;
     r.shape = Shape::sphere;
     r.method = Method::lsq;
-    r.function = "approximate<double>::fitSphereLsq";
-    math::Csphere3<double> s;
-    math::CqSphereLsqStdAbw<double> rec;
-    A::fitSphereLsq(p, s, rec);
+    r.function = functionName<T>("fitSphereLsq");
+    math::Csphere3<T> s;
+    math::CqSphereLsqStdAbw<T> rec;
+    math::approximate<T>::fitSphereLsq(points3<T>(pts), s, rec);
     if (!s.isValid() || !allFinite({s.center().x, s.center().y, s.center().z, s.radius()}) ||
         std::fabs(s.radius()) > kHugeRadius * boxDiagonal(pts))
         throw degenerate(pts, "the points lie too close to a plane, the fitted radius (" + num(s.radius()) +
@@ -204,39 +241,41 @@ FitResult fitSphere(PointSet const& pts) {
     return r;
 }
 
+template <class T>
 FitResult fitPlane(Method method, PointSet const& pts) {
-    const std::vector<math::Cpoint3<double>> p = points3(pts);
+    using A = math::approximate<T>;
     FitResult r;
     r.shape = Shape::plane;
     r.method = method;
-    math::CqPlaneGeomStdAbw<double> rec;
-    math::Cplane3<double> plane;
-    if (p.size() == 3) {
+    if (pts.size() == 3) {
         // Three points go to the three-point plane, which prints a message
         // when the cosine of the angle between p1p2 and p1p3 rounds to 1
         // (angles below about 1e-8): refuse angles whose sine is below the
         // flatness ratio before that can happen.
-        const double ux = p[1].x - p[0].x, uy = p[1].y - p[0].y, uz = p[1].z - p[0].z;
-        const double wx = p[2].x - p[0].x, wy = p[2].y - p[0].y, wz = p[2].z - p[0].z;
+        const double ux = pts.at(1, 0) - pts.at(0, 0), uy = pts.at(1, 1) - pts.at(0, 1), uz = pts.at(1, 2) - pts.at(0, 2);
+        const double wx = pts.at(2, 0) - pts.at(0, 0), wy = pts.at(2, 1) - pts.at(0, 1), wz = pts.at(2, 2) - pts.at(0, 2);
         const double cx = uy * wz - uz * wy, cy = uz * wx - ux * wz, cz = ux * wy - uy * wx;
         const double lu = std::sqrt(ux * ux + uy * uy + uz * uz), lw = std::sqrt(wx * wx + wy * wy + wz * wz);
         if (!(std::sqrt(cx * cx + cy * cy + cz * cz) > kFlatRatio * lu * lw))
             throw degenerate(pts, "the three points are collinear, a plane is not determined");
     }
-    // The orthogonal fit with its record also tells whether the points span a
-    // plane at all (for the fast fit too).
-    A::fitPlaneGeom(p, plane, rec);
-    if (p.size() > 3) {
-        if (!(rec.stdAbwMain > 0.0)) throw degenerate(pts, "all points coincide, a plane is not determined");
-        if (!(rec.stdAbwSecond > kFlatRatio * rec.stdAbwMain))
+    if (pts.size() > 3) {
+        math::CqPlaneGeomStdAbw<double> check;
+        spreads3(pts, check);
+        if (!(check.stdAbwMain > 0.0)) throw degenerate(pts, "all points coincide, a plane is not determined");
+        if (!(check.stdAbwSecond > kFlatRatio * check.stdAbwMain))
             throw degenerate(pts, "the points are collinear, a plane is not determined");
     }
+    const std::vector<math::Cpoint3<T>> p = points3<T>(pts);
+    math::Cplane3<T> plane;
     if (method == Method::fast) {
-        r.function = "approximate<double>::fitPlaneGeomFast";
-        const math::CqPlaneGeomFast<double> prm;
+        r.function = functionName<T>("fitPlaneGeomFast");
+        const math::CqPlaneGeomFast<T> prm;
         A::fitPlaneGeomFast(p, plane, prm);
     } else {
-        r.function = "approximate<double>::fitPlaneGeom";
+        r.function = functionName<T>("fitPlaneGeom");
+        math::CqPlaneGeomStdAbw<T> rec;
+        A::fitPlaneGeom(p, plane, rec);
         r.measures.push_back({"stdAbwNormal", "std. deviation along the normal (stdAbwNormal)", rec.stdAbwNormal});
         r.measures.push_back({"stdAbwSecond", "in-plane spread, minor (stdAbwSecond)", rec.stdAbwSecond});
         r.measures.push_back({"stdAbwMain", "in-plane spread, major (stdAbwMain)", rec.stdAbwMain});
@@ -248,16 +287,16 @@ FitResult fitPlane(Method method, PointSet const& pts) {
     return r;
 }
 
+template <class T>
 FitResult fitLine3(PointSet const& pts) {
-    const std::vector<math::Cpoint3<double>> p = points3(pts);
     FitResult r;
     r.shape = Shape::line3;
     r.method = Method::geom;
-    r.function = "approximate<double>::fitLineGeom";
-    math::Cline3<double> line;
-    math::CqLineGeom3DStdAbw<double> rec;
-    A::fitLineGeom(p, line, rec);
-    if (p.size() > 2 && !(rec.stdAbwMain > 0.0)) throw degenerate(pts, "all points coincide, a line is not determined");
+    r.function = functionName<T>("fitLineGeom");
+    math::Cline3<T> line;
+    math::CqLineGeom3DStdAbw<T> rec;
+    math::approximate<T>::fitLineGeom(points3<T>(pts), line, rec);
+    if (pts.size() > 2 && !(rec.stdAbwMain > 0.0)) throw degenerate(pts, "all points coincide, a line is not determined");
     if (!line.isValid() || !allFinite({line.point().x, line.point().y, line.point().z, line.direction().x,
                                        line.direction().y, line.direction().z}))
         throw degenerate(pts, "the points coincide, a line is not determined");
@@ -283,9 +322,22 @@ bool orient(std::array<double, 3>& v) {
     return true;
 }
 
+template <class T>
+FitResult fitAs(Shape shape, Method method, PointSet const& pts) {
+    requireModestMagnitudes<T>(pts);
+    switch (shape) {
+        case Shape::line2: return fitLine2<T>(method, pts);
+        case Shape::line3: return fitLine3<T>(pts);
+        case Shape::circle: return fitCircle<T>(pts);
+        case Shape::sphere: return fitSphere<T>(pts);
+        case Shape::plane: return fitPlane<T>(method, pts);
+    }
+    throw std::logic_error("metrofit: unknown shape");
+}
+
 }  // namespace
 
-FitResult runFit(Shape shape, Method method, PointSet const& pts) {
+FitResult runFit(Shape shape, Method method, PointSet const& pts, bool singlePrecision) {
     ShapeInfo const& info = shapeInfo(shape);
     if (pts.dim != info.dim)
         throw InputError(pts.source + ": the " + info.name + " fit needs " + std::to_string(info.dim) +
@@ -293,15 +345,8 @@ FitResult runFit(Shape shape, Method method, PointSet const& pts) {
     if (pts.size() < info.minPoints)
         throw InputError(pts.source + ": the " + info.name + " fit needs at least " +
                          std::to_string(info.minPoints) + " points, found " + std::to_string(pts.size()));
-    requireModestMagnitudes(pts);
-    FitResult r;
-    switch (shape) {
-        case Shape::line2: r = fitLine2(method, pts); break;
-        case Shape::line3: r = fitLine3(pts); break;
-        case Shape::circle: r = fitCircle(pts); break;
-        case Shape::sphere: r = fitSphere(pts); break;
-        case Shape::plane: r = fitPlane(method, pts); break;
-    }
+    FitResult r = singlePrecision ? fitAs<float>(shape, method, pts) : fitAs<double>(shape, method, pts);
+    r.scalar = singlePrecision ? "float" : "double";
     if (shape == Shape::plane) {
         if (orient(r.normal)) r.d = -r.d;
     } else if (shape == Shape::line2 || shape == Shape::line3) {

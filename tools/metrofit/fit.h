@@ -58,6 +58,7 @@ struct FitResult {
     Shape shape = Shape::line2;
     Method method = Method::geom;
     std::string function;  // library call, e.g. "approximate<double>::fitCircleLsq"
+    std::string scalar = "double";  // coordinate type of the fit: "double" or "float"
 
     // The primitive; which fields are used depends on the shape:
     // line2/line3: point, direction (unit); circle/sphere: center, radius;
@@ -89,7 +90,9 @@ void computeResiduals(PointSet const& pts, FitResult& r);
 // that their largest component is positive (d follows the normal).  Throws InputError for too few points and for
 // degenerate configurations (with the reason), and lets CthrowBase from the
 // library pass.
-FitResult runFit(Shape shape, Method method, PointSet const& pts);
+// With singlePrecision the points are rounded to float and fitted by
+// approximate<float> (results reported in double as computed in float).
+FitResult runFit(Shape shape, Method method, PointSet const& pts, bool singlePrecision = false);
 
 }  // namespace metrofit
 

@@ -99,6 +99,7 @@ nlohmann::ordered_json toJson(PointSet const& pts, FitResult const& r) {
     j["version"] = METROFIT_VERSION;
     j["fit"] = shapeInfo(r.shape).name;
     j["method"] = methodName(r.method);
+    j["type"] = r.scalar;
     j["function"] = r.function;
     j["input"] = pts.source;
     j["points"] = pts.size();

@@ -22,7 +22,7 @@ void writeTable(std::ostream& out, PointSet const& pts, FitResult const& r);
 
 // The same content as a JSON document (numbers at full precision, NaN as
 // null), keys in the order below.  Layout:
-//   { "tool", "version", "fit", "method", "function", "input", "points",
+//   { "tool", "version", "fit", "method", "type", "function", "input", "points",
 //     "parameters": { <key>: number or [numbers] },
 //     "deviations": { <library measure key>: number },
 //     "residuals": { "meaning", "mean", "rms", "min", "max", "range",

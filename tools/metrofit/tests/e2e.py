@@ -97,6 +97,14 @@ def group_samples(tool, data, gen):
         check(abs(j["residuals"]["rms"] - t["noise"]) < 0.15 * t["noise"], "circle: rms %s" % j["residuals"])
         check(abs(j["residuals"]["mean"]) < 0.02, "circle: mean residual %s" % j["residuals"]["mean"])
 
+        # The float instantiation on the same data: within the same tolerances.
+        jf = tool.json("circle", bore, "--float")
+        if jf:
+            check(jf["type"] == "float" and "approximate<float>" in jf["function"], "circle --float: type")
+            cf = jf["parameters"]["center"]
+            check(math.hypot(cf[0] - t["center"][0], cf[1] - t["center"][1]) < 0.05, "circle --float: centre %s" % cf)
+            check(abs(jf["parameters"]["radius"] - t["radius"]) < 0.05, "circle --float: radius")
+
         # Standard input gives the same numbers, named <stdin>.
         with open(bore, "rb") as f:
             js = tool.json("circle", "-", stdin=f.read())

@@ -434,6 +434,28 @@ TEST(MetrofitFit, WellPosedSetsIncludingDiagonalScatter) {
     EXPECT_LT(l3.stats.maxAbs, 1e-12);
 }
 
+TEST(MetrofitFit, FloatInstantiation) {
+    // The same symmetric circle through approximate<float>: float accuracy
+    // (2^-23 relative on values of a few units, times a small factor).
+    const FitResult c = runFit(Shape::circle, Method::lsq, make(2, {3, -2, 1, 0, -1, -2, 1, -4}), true);
+    EXPECT_EQ(c.function, "approximate<float>::fitCircleLsq");
+    EXPECT_EQ(c.scalar, "float");
+    EXPECT_NEAR(c.center[0], 1.0, 1e-5);
+    EXPECT_NEAR(c.center[1], -2.0, 1e-5);
+    EXPECT_NEAR(c.radius, 2.0, 1e-5);
+    // Coordinates are rounded to float before the fit: 0.1 is not exact.
+    const FitResult p = runFit(Shape::plane, Method::geom, make(3, {0, 0, 0.1, 1, 0, 0.1, 0, 1, 0.1, 1, 1, 0.1}), true);
+    EXPECT_EQ(p.d, -static_cast<double>(0.1f));
+    const PointSet big = make(2, {1e6, 0, 0, 2e6, -2e6, 0, 0, -2e6});
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, big), "");  // double: fine
+    try {
+        runFit(Shape::circle, Method::lsq, big, true);
+        FAIL() << "no error";
+    } catch (InputError const& e) {
+        EXPECT_EQ(std::string(e.what()), "m.txt:2: coordinate beyond +-1e+06, outside the range the float fits can sum");
+    }
+}
+
 TEST(MetrofitFit, DegenerateSetsAreNamed) {
     EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {0, 1, 1, 3, 2, 5, 3, 7})),
               "m.txt: degenerate point configuration: the points are collinear, a circle is not determined");
@@ -458,7 +480,7 @@ TEST(MetrofitFit, DegenerateSetsAreNamed) {
     EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {0, 0, 1, 0, 0, 1})),
               "m.txt: the circle fit needs at least 4 points, found 3");
     EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {0, 0, 1, 0, 0, 1, 2e60, 1})),
-              "m.txt:4: coordinate beyond +-1e60, outside the range the fits can sum");
+              "m.txt:4: coordinate beyond +-1e+60, outside the range the double fits can sum");
     // A nearly straight arc: radius 1e9 over an extent of 2.
     std::vector<double> arc;
     for (int i = -5; i <= 5; ++i) arc.insert(arc.end(), {0.2 * i, 1e9 - std::sqrt(1e18 - 0.04 * i * i)});
