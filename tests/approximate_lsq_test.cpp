@@ -1,0 +1,587 @@
+// Tests of the closed-form fits of approximate<T>: algebraic line, circle and
+// sphere fits and the deviation measures.  Oracles: Eigen least-squares
+// solutions of the same algebraic models, direct long double evaluation of the
+// deviation formulas, and the true primitives of synthetic measurement data.
+#include <math/approximate.h>
+
+#include <gtest/gtest.h>
+
+#include <Eigen/Dense>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+using namespace math;
+
+namespace {
+
+template <class T>
+using V2 = std::vector<Cpoint2<T>>;
+template <class T>
+using V3 = std::vector<Cpoint3<T>>;
+
+// Tolerance by type: the first value for double, the second for float.
+template <class T>
+T tolOf(double forDouble, double forFloat) {
+    return static_cast<T>(std::is_same<T, double>::value ? forDouble : forFloat);
+}
+
+template <class T>
+V2<T> pts2(std::initializer_list<std::pair<double, double>> l) {
+    V2<T> v;
+    for (auto const& p : l) v.emplace_back(static_cast<T>(p.first), static_cast<T>(p.second));
+    return v;
+}
+
+// Points of the line p0 + t*(cos a, sin a), t uniform in [-len/2, len/2],
+// displaced across the line by Gaussian noise sigma.
+template <class T>
+V2<T> noisyLine(std::mt19937_64& rng, std::size_t n, double x0, double y0, double a, double len, double sigma) {
+    std::uniform_real_distribution<double> t(-0.5 * len, 0.5 * len);
+    std::normal_distribution<double> e(0.0, sigma);
+    V2<T> v(n);
+    const double dx = std::cos(a), dy = std::sin(a);
+    for (auto& p : v) {
+        const double s = t(rng), o = sigma > 0 ? e(rng) : 0.0;
+        p = Cpoint2<T>(static_cast<T>(x0 + s * dx - o * dy), static_cast<T>(y0 + s * dy + o * dx));
+    }
+    return v;
+}
+
+// Points on the arc of the circle (cx, cy, r) between angles a0 and a1,
+// radially displaced by Gaussian noise sigma.
+template <class T>
+V2<T> noisyArc(std::mt19937_64& rng, std::size_t n, double cx, double cy, double r, double a0, double a1,
+               double sigma) {
+    std::uniform_real_distribution<double> a(a0, a1);
+    std::normal_distribution<double> e(0.0, sigma);
+    V2<T> v(n);
+    for (auto& p : v) {
+        const double phi = a(rng), rr = r + (sigma > 0 ? e(rng) : 0.0);
+        p = Cpoint2<T>(static_cast<T>(cx + rr * std::cos(phi)), static_cast<T>(cy + rr * std::sin(phi)));
+    }
+    return v;
+}
+
+// Points on the sphere (c, r), directions uniform, radial noise sigma.
+template <class T>
+V3<T> noisySphere(std::mt19937_64& rng, std::size_t n, double cx, double cy, double cz, double r, double sigma) {
+    std::normal_distribution<double> g(0.0, 1.0);
+    std::normal_distribution<double> e(0.0, sigma);
+    V3<T> v(n);
+    for (auto& p : v) {
+        double x = g(rng), y = g(rng), z = g(rng);
+        const double s = (r + (sigma > 0 ? e(rng) : 0.0)) / std::sqrt(x * x + y * y + z * z);
+        p = Cpoint3<T>(static_cast<T>(cx + s * x), static_cast<T>(cy + s * y), static_cast<T>(cz + s * z));
+    }
+    return v;
+}
+
+// Equal, or both NaN (the deviation measures give NaN when rounding makes the
+// variance of exactly fitting data slightly negative).
+template <class T>
+bool sameValue(T a, T b) {
+    return a == b || (std::isnan(a) && std::isnan(b));
+}
+
+// Sample standard deviation of the values, in long double, about their mean.
+long double sampleStd(std::vector<long double> const& d) {
+    long double m = 0;
+    for (long double x : d) m += x;
+    m /= static_cast<long double>(d.size());
+    long double s = 0;
+    for (long double x : d) s += (x - m) * (x - m);
+    return std::sqrt(s / static_cast<long double>(d.size() - 1));
+}
+
+// Orthogonal Gauss-Newton circle fit in double (the geometric fit a user
+// compares the algebraic one with), started from the true circle.
+void geometricCircle(V2<double> const& pts, double& cx, double& cy, double& r) {
+    for (int it = 0; it < 50; ++it) {
+        Eigen::MatrixX3d J(pts.size(), 3);
+        Eigen::VectorXd res(pts.size());
+        for (std::size_t i = 0; i < pts.size(); ++i) {
+            const double dx = pts[i].x - cx, dy = pts[i].y - cy, d = std::sqrt(dx * dx + dy * dy);
+            J(i, 0) = -dx / d;
+            J(i, 1) = -dy / d;
+            J(i, 2) = -1.0;
+            res[i] = d - r;
+        }
+        const Eigen::Vector3d step = J.colPivHouseholderQr().solve(-res);
+        cx += step[0];
+        cy += step[1];
+        r += step[2];
+        if (step.norm() < 1e-14) break;
+    }
+}
+
+}  // namespace
+
+template <class T>
+class ApproxLsq : public ::testing::Test {};
+using FitTypes = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(ApproxLsq, FitTypes);
+
+// ---------------------------------------------------------------------------
+// Algebraic line
+// ---------------------------------------------------------------------------
+
+TYPED_TEST(ApproxLsq, LineTooFewPointsAndTwoPoints) {
+    using T = TypeParam;
+    for (std::size_t n : {0u, 1u}) {
+        V2<T> v = pts2<T>({{1, 2}});
+        v.resize(n);
+        Cline2<T> line(Cpoint2<T>(T(5), T(6)), Cdirec2<T>(T(1), T(0), true));
+        EXPECT_TRUE(std::isnan(approximate<T>::fitLineLsq(v, line)));
+        EXPECT_TRUE(std::isnan(line.point().x));
+        EXPECT_TRUE(std::isnan(line.direction().x));
+        EXPECT_FALSE(line.isValid());
+        CqLineLsqNStdAbw<T> rec;
+        rec.meanSqDist = T(7);
+        approximate<T>::fitLineLsqN(v, line, rec);
+        EXPECT_TRUE(std::isnan(rec.meanSqDist));
+        EXPECT_FALSE(line.isValid());
+    }
+    // Exactly two points: the two-point line, and no deviation.
+    const V2<T> two = pts2<T>({{1, 2}, {4, 6}});
+    Cline2<T> line;
+    EXPECT_TRUE(std::isnan(approximate<T>::fitLineLsq(two, line)));
+    EXPECT_EQ(line.point(), two[0]);
+    EXPECT_EQ(line.direction().x, T(0.6));
+    EXPECT_EQ(line.direction().y, T(0.8));
+    CqLineLsqNStdAbw<T> rec;
+    rec.meanSqDist = T(0);
+    approximate<T>::fitLineLsqN(two, line, rec);
+    EXPECT_TRUE(std::isnan(rec.meanSqDist));
+    // Two equal points: the two-point constructor's invalid line.
+    const V2<T> same = pts2<T>({{1, 2}, {1, 2}});
+    approximate<T>::fitLineLsq(same, line);
+    EXPECT_FALSE(line.isValid());
+}
+
+TYPED_TEST(ApproxLsq, LineExactCases) {
+    using T = TypeParam;
+    Cline2<T> line;
+    // Vertical line x = 3: B = 0, point (D/A, y of the first point), direction (0, 1).
+    const V2<T> vert = pts2<T>({{3, 0}, {3, 1}, {3, 5}});
+    EXPECT_EQ(approximate<T>::fitLineLsq(vert, line), 0.0);
+    EXPECT_EQ(line.point().x, T(3));
+    EXPECT_EQ(line.point().y, T(0));
+    EXPECT_EQ(line.direction().x, T(0));
+    EXPECT_EQ(line.direction().y, T(1));
+
+    // y = 2x + 1: the integer sums are exact, so the mean square is exactly 0.
+    const V2<T> l = pts2<T>({{0, 1}, {1, 3}, {2, 5}, {3, 7}, {-4, -7}});
+    EXPECT_EQ(approximate<T>::fitLineLsq(l, line), 0.0);
+    EXPECT_EQ(line.point().x, T(0));
+    EXPECT_EQ(line.point().y, T(1));
+    EXPECT_NEAR(line.direction().x, 1.0 / std::sqrt(5.0), tolOf<T>(1e-15, 1e-7));
+    EXPECT_NEAR(line.direction().y, 2.0 / std::sqrt(5.0), tolOf<T>(1e-15, 1e-7));
+    CqLineLsqNStdAbw<T> rec;
+    approximate<T>::fitLineLsqN(l, line, rec);
+    EXPECT_EQ(rec.meanSqDist, T(0));
+
+    // Through the origin: A = B = D = 0, the model a*x + b*y = 1 has no solution.
+    const V2<T> origin = pts2<T>({{0, 0}, {1, 1}, {2, 2}});
+    approximate<T>::fitLineLsq(origin, line);
+    EXPECT_TRUE(std::isnan(line.point().x));
+    EXPECT_FALSE(line.isValid());
+}
+
+// Against the least-squares solution of [x y] (a, b)^T = 1 computed by Eigen,
+// and the directly evaluated mean squared distance from a*x + b*y = 1.
+TYPED_TEST(ApproxLsq, LineMatchesLeastSquaresOracle) {
+    using T = TypeParam;
+    std::mt19937_64 rng(101);
+    std::uniform_real_distribution<double> pos(-50.0, 50.0), ang(0.0, 3.14159), noise(0.0, 0.5);
+    for (int trial = 0; trial < 200; ++trial) {
+        const std::size_t n = 3 + trial % 40;
+        const double x0 = pos(rng), y0 = pos(rng);
+        // Keep the line well away from the origin (the model's blind spot).
+        if (std::hypot(x0, y0) < 5.0) continue;
+        const V2<T> v = noisyLine<T>(rng, n, x0, y0, ang(rng), 20.0, noise(rng));
+
+        Eigen::MatrixX2d M(n, 2);
+        for (std::size_t i = 0; i < n; ++i) M.row(i) << v[i].x, v[i].y;
+        const Eigen::Vector2d ab = M.colPivHouseholderQr().solve(Eigen::VectorXd::Ones(n));
+        long double ms = 0;
+        const long double nrm2 = (long double)ab[0] * ab[0] + (long double)ab[1] * ab[1];
+        for (auto const& p : v) {
+            const long double r = ab[0] * (long double)p.x + ab[1] * (long double)p.y - 1.0L;
+            ms += r * r / nrm2;
+        }
+        ms /= n;
+
+        Cline2<T> line;
+        const double got = approximate<T>::fitLineLsq(v, line);
+        // Point on the oracle line, direction perpendicular to (a, b).
+        const double lenab = std::hypot(ab[0], ab[1]);
+        const double onLine = (ab[0] * line.point().x + ab[1] * line.point().y - 1.0) / lenab;
+        const double perp = (ab[0] * line.direction().x + ab[1] * line.direction().y) / lenab;
+        // float: the point is stored in float (coordinates up to ~60, ulp 4e-6).
+        EXPECT_NEAR(onLine, 0.0, tolOf<T>(1e-9, 2e-5)) << trial;
+        EXPECT_NEAR(perp, 0.0, tolOf<T>(1e-10, 2e-7)) << trial;
+        EXPECT_NEAR(std::hypot(line.direction().x, line.direction().y), 1.0, tolOf<T>(1e-15, 1e-7));
+        // The mean square is formed from double sums in both instantiations; it
+        // is a difference of large terms, so compare relative to the sums' scale.
+        EXPECT_NEAR(got, static_cast<double>(ms), 1e-9 * (1.0 + static_cast<double>(ms)) * 1e3) << trial;
+
+        CqLineLsqNStdAbw<T> rec;
+        Cline2<T> line2;
+        approximate<T>::fitLineLsqN(v, line2, rec);
+        EXPECT_EQ(rec.meanSqDist, static_cast<T>(got));
+        EXPECT_EQ(line2.point(), line.point());
+    }
+}
+
+// A measured edge 1000 mm from the origin, 100 mm long, 1 um noise, 10^6
+// points: the algebraic line agrees with the true line to well below the noise.
+TEST(ApproxLsqAccuracy, LineFarFromOriginMillionPoints) {
+    std::mt19937_64 rng(102);
+    const double a = 0.7;
+    const V2<double> v = noisyLine<double>(rng, 1000000, 1000.0, 500.0, a, 100.0, 1e-3);
+    Cline2<double> line;
+    const double ms = approximate<double>::fitLineLsq(v, line);
+    const double angErr = std::fabs(line.direction().x * std::sin(a) - line.direction().y * std::cos(a));
+    const double distErr = std::fabs((line.point().x - 1000.0) * std::sin(a) - (line.point().y - 500.0) * std::cos(a));
+    // Statistical errors: angle ~ sigma/(sqrt(n)*L/sqrt(12)) ~ 3.5e-8 rad,
+    // offset ~ 1e-6 mm; rounding of the raw sums adds less than that.
+    EXPECT_LT(angErr, 2e-7);
+    EXPECT_LT(distErr, 1e-5);
+    // Mean square distance = sigma^2 within the sampling error (0.3 %) and the
+    // rounding of the expanded formula, whose terms are (1000 mm / 1 um)^2 =
+    // 1e12 times larger than the result: a few percent here.
+    EXPECT_NEAR(ms, 1e-6, 5e-8);
+}
+
+// ---------------------------------------------------------------------------
+// Algebraic circle
+// ---------------------------------------------------------------------------
+
+TYPED_TEST(ApproxLsq, CircleTooFewPoints) {
+    using T = TypeParam;
+    const V2<T> all = pts2<T>({{1, 0}, {0, 1}, {-1, 0}, {0, -1}});
+    for (std::size_t n = 0; n <= 3; ++n) {
+        const V2<T> v(all.begin(), all.begin() + n);
+        Ccircle2<T> c(Cpoint2<T>(T(1), T(1)), T(1));
+        approximate<T>::fitCircleLsq(v, c);
+        EXPECT_TRUE(std::isnan(c.center().x)) << n;
+        EXPECT_TRUE(std::isnan(c.radius())) << n;
+        Ccircle2<T> b(Cpoint2<T>(T(1), T(1)), T(1));
+        approximate<T>::fitCircleLsqBeta(v, b);
+        EXPECT_TRUE(std::isnan(b.center().x)) << n;
+        EXPECT_TRUE(std::isnan(b.radius())) << n;
+        CqCircleLsqStdAbw<T> rec;
+        rec.stdAbw = T(1);
+        approximate<T>::fitCircleLsq(v, c, rec);
+        EXPECT_TRUE(std::isnan(rec.stdAbw)) << n;
+        EXPECT_FALSE(c.isValid());
+    }
+    // Four points of a circle give that circle.
+    Ccircle2<T> c;
+    const V2<T> four = pts2<T>({{7, 2}, {2, 7}, {-3, 2}, {2, -3}});
+    approximate<T>::fitCircleLsq(four, c);
+    EXPECT_NEAR(c.center().x, 2.0, tolOf<T>(1e-12, 1e-5));
+    EXPECT_NEAR(c.center().y, 2.0, tolOf<T>(1e-12, 1e-5));
+    EXPECT_NEAR(c.radius(), 5.0, tolOf<T>(1e-12, 1e-5));
+}
+
+// Against Eigen's least-squares solution of the same algebraic model
+// A*(u^2+v^2) + B*u + C*v = 1 on centred coordinates, over random circles,
+// arcs and noise levels; Beta must give bit for bit the same circle.
+TYPED_TEST(ApproxLsq, CircleMatchesAlgebraicOracle) {
+    using T = TypeParam;
+    std::mt19937_64 rng(201);
+    std::uniform_real_distribution<double> pos(-100.0, 100.0), rad(1.0, 50.0), ang(0.0, 6.2831853),
+        span(1.0, 6.2831853), noise(0.0, 0.05);
+    for (int trial = 0; trial < 200; ++trial) {
+        const std::size_t n = 4 + trial % 60;
+        const double cx = pos(rng), cy = pos(rng), r = rad(rng), a0 = ang(rng);
+        const V2<T> v = noisyArc<T>(rng, n, cx, cy, r, a0, a0 + span(rng), noise(rng) * r);
+
+        double mx = 0, my = 0;
+        for (auto const& p : v) mx += p.x, my += p.y;
+        mx /= n, my /= n;
+        Eigen::MatrixXd M(n, 3);
+        for (std::size_t i = 0; i < n; ++i) {
+            const double u = v[i].x - mx, w = v[i].y - my;
+            M.row(i) << u * u + w * w, u, w;
+        }
+        const Eigen::Vector3d s = M.jacobiSvd(Eigen::ComputeThinU | Eigen::ComputeThinV).solve(Eigen::VectorXd::Ones(n));
+        const double ocx = mx - 0.5 * s[1] / s[0], ocy = my - 0.5 * s[2] / s[0];
+        const double orad = std::fabs(0.5 * std::sqrt(s[1] * s[1] + s[2] * s[2] + 4 * s[0]) / s[0]);
+
+        Ccircle2<T> c;
+        approximate<T>::fitCircleLsq(v, c);
+        // float: the normal equations are rounded to float; their condition on
+        // arcs of one radian stays below ~1e3, so 1e-3 of the radius is safe.
+        const double tol = tolOf<T>(1e-7, 2e-3) * r;
+        EXPECT_NEAR(c.center().x, ocx, tol) << trial;
+        EXPECT_NEAR(c.center().y, ocy, tol) << trial;
+        EXPECT_NEAR(c.radius(), orad, tol) << trial;
+
+        Ccircle2<T> b;
+        approximate<T>::fitCircleLsqBeta(v, b);
+        EXPECT_EQ(b.center(), c.center()) << trial;
+        EXPECT_EQ(b.radius(), c.radius()) << trial;
+
+        CqCircleLsqStdAbw<T> rec;
+        Ccircle2<T> c2;
+        approximate<T>::fitCircleLsq(v, c2, rec);
+        EXPECT_TRUE(sameValue(rec.stdAbw, approximate<T>::StdAbwCircle2(v, c2)));
+    }
+}
+
+TYPED_TEST(ApproxLsq, CircleCollinearPointsGiveNoFiniteSmallCircle) {
+    using T = TypeParam;
+    const V2<T> v = pts2<T>({{0, 1}, {1, 2}, {2, 3}, {3, 4}, {5, 6}});
+    Ccircle2<T> c;
+    approximate<T>::fitCircleLsq(v, c);
+    // A is (nearly) 0: the radius is huge, infinite or NaN.
+    EXPECT_FALSE(std::isfinite(c.radius()) && c.radius() < T(1e4)) << c.radius();
+}
+
+// A 30 degree arc of radius 10 mm centred at (1000, 2000) mm, 200 points, 1 um
+// noise: the algebraic fit against the truth and against the orthogonal fit.
+TEST(ApproxLsqAccuracy, ShortArcFarFromOrigin) {
+    const double cx = 1000.0, cy = 2000.0, r = 10.0;
+    const double pi = 3.14159265358979323846;
+    double worstC = 0, worstR = 0, worstGeo = 0, worstFloat = 0;
+    for (int seed = 0; seed < 20; ++seed) {
+        std::mt19937_64 rng(300 + seed);
+        const V2<double> v = noisyArc<double>(rng, 200, cx, cy, r, 0.2, 0.2 + pi / 6, 1e-3);
+        Ccircle2<double> c;
+        approximate<double>::fitCircleLsq(v, c);
+        worstC = std::max(worstC, std::hypot(c.center().x - cx, c.center().y - cy));
+        worstR = std::max(worstR, std::fabs(c.radius() - r));
+
+        double gx = cx, gy = cy, gr = r;
+        geometricCircle(v, gx, gy, gr);
+        worstGeo = std::max(worstGeo, std::hypot(gx - cx, gy - cy));
+
+        V2<float> vf;
+        for (auto const& p : v) vf.emplace_back(static_cast<float>(p.x), static_cast<float>(p.y));
+        Ccircle2<float> cf;
+        approximate<float>::fitCircleLsq(vf, cf);
+        worstFloat = std::max(worstFloat, std::hypot(cf.center().x - cx, cf.center().y - cy));
+    }
+    // The short arc fixes the centre only along the arc's mid-normal to about
+    // sigma * 40: the orthogonal fit scatters by the same order.
+    EXPECT_LT(worstC, 0.02) << "geometric fit scatter " << worstGeo;
+    EXPECT_LT(worstR, 0.02);
+    EXPECT_LT(worstGeo, 0.02);
+    // float: input quantised to 0.1 um and the 3x3 system rounded to single
+    // precision; the moments are centred and summed in double, so float does
+    // about as well as double here.
+    EXPECT_LT(worstFloat, 0.03);
+    RecordProperty("arc_centre_err_um", std::to_string(worstC * 1e3));
+    RecordProperty("arc_radius_err_um", std::to_string(worstR * 1e3));
+    RecordProperty("arc_geometric_err_um", std::to_string(worstGeo * 1e3));
+    RecordProperty("arc_float_err_um", std::to_string(worstFloat * 1e3));
+}
+
+TEST(ApproxLsqAccuracy, FullCircleFloatAndDouble) {
+    std::mt19937_64 rng(310);
+    const V2<double> v = noisyArc<double>(rng, 1000, 1000.0, 2000.0, 10.0, 0.0, 6.2831853, 1e-3);
+    V2<float> vf;
+    for (auto const& p : v) vf.emplace_back(static_cast<float>(p.x), static_cast<float>(p.y));
+    Ccircle2<double> c;
+    Ccircle2<float> cf;
+    approximate<double>::fitCircleLsq(v, c);
+    approximate<float>::fitCircleLsq(vf, cf);
+    // sigma / sqrt(n / 2) ~ 4.5e-5 mm statistical scatter of the centre.
+    EXPECT_LT(std::hypot(c.center().x - 1000.0, c.center().y - 2000.0), 2e-4);
+    EXPECT_NEAR(c.radius(), 10.0, 2e-4);
+    // float input is quantised to 6e-5 / 1.2e-4 mm at these coordinates.
+    EXPECT_LT(std::hypot(cf.center().x - 1000.0, cf.center().y - 2000.0), 1e-3);
+    EXPECT_NEAR(cf.radius(), 10.0, 1e-3);
+}
+
+// ---------------------------------------------------------------------------
+// Algebraic sphere
+// ---------------------------------------------------------------------------
+
+TYPED_TEST(ApproxLsq, SphereSignedRadius) {
+    using T = TypeParam;
+    std::mt19937_64 rng(401);
+    // Centred at the origin: the origin is inside, the radius comes out negative.
+    const V3<T> inside = noisySphere<T>(rng, 200, 0.0, 0.0, 0.0, 4.0, 0.0);
+    Csphere3<T> s;
+    approximate<T>::fitSphereLsq(inside, s);
+    EXPECT_NEAR(s.radius(), -4.0, tolOf<T>(1e-10, 1e-4));
+    EXPECT_NEAR(s.center().x, 0.0, tolOf<T>(1e-10, 1e-4));
+    EXPECT_NEAR(s.center().y, 0.0, tolOf<T>(1e-10, 1e-4));
+    EXPECT_NEAR(s.center().z, 0.0, tolOf<T>(1e-10, 1e-4));
+    // Off-centre but still containing the origin: still negative.
+    const V3<T> inside2 = noisySphere<T>(rng, 200, 1.0, -2.0, 0.5, 4.0, 0.0);
+    approximate<T>::fitSphereLsq(inside2, s);
+    EXPECT_NEAR(s.radius(), -4.0, tolOf<T>(1e-10, 1e-4));
+    EXPECT_NEAR(s.center().y, -2.0, tolOf<T>(1e-10, 1e-4));
+    // Origin outside: positive.
+    const V3<T> outside = noisySphere<T>(rng, 200, 6.0, -3.0, 2.0, 4.0, 0.0);
+    approximate<T>::fitSphereLsq(outside, s);
+    EXPECT_NEAR(s.radius(), 4.0, tolOf<T>(1e-10, 1e-3));
+    EXPECT_NEAR(s.center().x, 6.0, tolOf<T>(1e-10, 1e-3));
+    EXPECT_NEAR(s.center().y, -3.0, tolOf<T>(1e-10, 1e-3));
+    EXPECT_NEAR(s.center().z, 2.0, tolOf<T>(1e-10, 1e-3));
+    // The record holds StdAbwSphere of the result; it does not read the radius.
+    CqSphereLsqStdAbw<T> rec;
+    approximate<T>::fitSphereLsq(outside, s, rec);
+    EXPECT_TRUE(sameValue(rec.stdAbw, approximate<T>::StdAbwSphere(outside, s)));
+    const Csphere3<T> other(s.center(), T(-100));
+    EXPECT_TRUE(sameValue(rec.stdAbw, approximate<T>::StdAbwSphere(outside, other)));
+}
+
+// Against Eigen's least-squares solution of the same model on raw coordinates.
+TYPED_TEST(ApproxLsq, SphereMatchesAlgebraicOracle) {
+    using T = TypeParam;
+    std::mt19937_64 rng(402);
+    std::uniform_real_distribution<double> pos(-10.0, 10.0), rad(5.0, 20.0), noise(0.0, 0.02);
+    for (int trial = 0; trial < 100; ++trial) {
+        const std::size_t n = 10 + trial % 50;
+        const double cx = pos(rng), cy = pos(rng), cz = pos(rng), r = rad(rng);
+        const V3<T> v = noisySphere<T>(rng, n, cx, cy, cz, r, noise(rng) * r);
+        Eigen::MatrixXd M(n, 4);
+        for (std::size_t i = 0; i < n; ++i)
+            M.row(i) << (double)v[i].x * v[i].x + (double)v[i].y * v[i].y + (double)v[i].z * v[i].z, v[i].x, v[i].y,
+                v[i].z;
+        const Eigen::Vector4d s = M.jacobiSvd(Eigen::ComputeThinU | Eigen::ComputeThinV).solve(Eigen::VectorXd::Ones(n));
+        const double orad = -0.5 * std::sqrt(s[1] * s[1] + s[2] * s[2] + s[3] * s[3] + 4 * s[0]) / s[0];
+
+        Csphere3<T> sp;
+        approximate<T>::fitSphereLsq(v, sp);
+        const double tol = tolOf<T>(1e-8, 5e-3) * r;
+        EXPECT_NEAR(sp.center().x, -0.5 * s[1] / s[0], tol) << trial;
+        EXPECT_NEAR(sp.center().y, -0.5 * s[2] / s[0], tol) << trial;
+        EXPECT_NEAR(sp.center().z, -0.5 * s[3] / s[0], tol) << trial;
+        EXPECT_NEAR(sp.radius(), orad, tol) << trial;
+        // Origin inside the true sphere (|c| < r - noise) <=> negative radius.
+        const double dist = std::sqrt(cx * cx + cy * cy + cz * cz);
+        if (dist < 0.8 * r) {
+            EXPECT_LT(sp.radius(), T(0)) << trial;
+        } else if (dist > 1.2 * r) {
+            EXPECT_GT(sp.radius(), T(0)) << trial;
+        }
+    }
+}
+
+TYPED_TEST(ApproxLsq, SphereWithoutInputCheck) {
+    using T = TypeParam;
+    Csphere3<T> s;
+    // Empty set: the zero system gives A = 0 and no finite sphere; no throw.
+    EXPECT_NO_THROW(approximate<T>::fitSphereLsq(V3<T>(), s));
+    EXPECT_FALSE(std::isfinite(s.radius()));
+    EXPECT_FALSE(std::isfinite(s.center().x));
+    // One to three points: the system is underdetermined and goes to the solver
+    // unchecked.  Its least-squares solution satisfies every point's equation,
+    // so the sphere it describes passes through the given points.
+    for (std::size_t n : {1u, 2u, 3u}) {
+        V3<T> v;
+        for (std::size_t i = 0; i < n; ++i) v.emplace_back(T(i + 1), T(2 * i), T(1));
+        EXPECT_NO_THROW(approximate<T>::fitSphereLsq(v, s)) << n;
+        for (auto const& p : v) {
+            const double d = std::sqrt(std::pow(p.x - s.center().x, 2.0) + std::pow(p.y - s.center().y, 2.0) +
+                                       std::pow(p.z - s.center().z, 2.0));
+            EXPECT_NEAR(d, std::fabs(s.radius()), tolOf<T>(1e-9, 1e-4) * std::fabs(s.radius())) << n;
+        }
+    }
+}
+
+TEST(ApproxLsqAccuracy, SphereConditionGrowsWithDistanceFromOrigin) {
+    // Exact data: the error measures the conditioning of the uncentred system.
+    std::mt19937_64 rng(403);
+    const V3<double> near = noisySphere<double>(rng, 500, 30.0, -20.0, 25.0, 10.0, 0.0);
+    Csphere3<double> s;
+    approximate<double>::fitSphereLsq(near, s);
+    EXPECT_NEAR(s.center().x, 30.0, 1e-7);
+    EXPECT_NEAR(s.radius(), 10.0, 1e-7);
+    // With 1 um noise near the origin the centre is found to sigma-level.
+    const V3<double> noisy = noisySphere<double>(rng, 10000, 3.0, -2.0, 5.0, 10.0, 1e-3);
+    approximate<double>::fitSphereLsq(noisy, s);
+    EXPECT_NEAR(s.center().x, 3.0, 1e-4);
+    EXPECT_NEAR(s.center().z, 5.0, 1e-4);
+    EXPECT_NEAR(std::fabs(s.radius()), 10.0, 1e-4);
+    // Far from the origin the raw moments lose most digits even in double.
+    const V3<double> far = noisySphere<double>(rng, 500, 1000.0, 0.0, 0.0, 10.0, 0.0);
+    approximate<double>::fitSphereLsq(far, s);
+    EXPECT_NEAR(s.center().x, 1000.0, 1e-1);
+    EXPECT_NEAR(s.radius(), 10.0, 1e-1);
+}
+
+// ---------------------------------------------------------------------------
+// Deviation measures
+// ---------------------------------------------------------------------------
+
+TYPED_TEST(ApproxLsq, DeviationMeasuresIgnoreOffsets) {
+    using T = TypeParam;
+    // Points of radius 5 (exact distances) against the right centre with radius 1.
+    const V2<T> ring = pts2<T>({{5, 0}, {0, 5}, {-5, 0}, {0, -5}, {3, 4}, {-4, 3}, {-3, -4}, {4, -3}});
+    V2<T> shifted = ring;
+    for (auto& p : shifted) p += Cpoint2<T>(T(10), T(-20));
+    EXPECT_EQ(approximate<T>::StdAbwCircle2(shifted, Ccircle2<T>(Cpoint2<T>(T(10), T(-20)), T(1))), T(0));
+    // Points 2 units to one side of the line y = 0, on the parallel y = 2.
+    const V2<T> par = pts2<T>({{-3, 2}, {0, 2}, {1, 2}, {7, 2}});
+    const Cline2<T> xaxis(Cpoint2<T>(T(0), T(0)), Cdirec2<T>(T(1), T(0), true));
+    EXPECT_EQ(approximate<T>::StdAbwLine2(par, xaxis), T(0));
+    // The same with an unnormalised direction: it is normalised first.
+    const Cline2<T> xaxis3(Cpoint2<T>(T(0), T(0)), Cdirec2<T>(T(3), T(0), true));
+    EXPECT_EQ(approximate<T>::StdAbwLine2(par, xaxis3), T(0));
+    // Sphere points of radius 3 (exact distances) against a sphere of radius 1.
+    V3<T> sph{{T(3), T(0), T(0)}, {T(0), T(-3), T(0)}, {T(0), T(0), T(3)}, {T(1), T(2), T(2)}, {T(-2), T(1), T(-2)}};
+    EXPECT_EQ(approximate<T>::StdAbwSphere(sph, Csphere3<T>(Cpoint3<T>(T(0), T(0), T(0)), T(1))), T(0));
+}
+
+TYPED_TEST(ApproxLsq, DeviationMeasuresDegenerateInput) {
+    using T = TypeParam;
+    const V2<T> none;
+    const V2<T> one = pts2<T>({{1, 2}});
+    const Ccircle2<T> c(Cpoint2<T>(T(0), T(0)), T(1));
+    const Cline2<T> l(Cpoint2<T>(T(0), T(0)), Cdirec2<T>(T(1), T(0), true));
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwCircle2(none, c)));
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwCircle2(one, c)));
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwLine2(none, l)));
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwLine2(one, l)));
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwSphere(V3<T>(), Csphere3<T>(Cpoint3<T>(), T(1)))));
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwSphere(V3<T>(1), Csphere3<T>(Cpoint3<T>(), T(1)))));
+    // A zero direction normalises to NaN.
+    const V2<T> three = pts2<T>({{1, 2}, {2, 3}, {4, 1}});
+    const Cline2<T> zero(Cpoint2<T>(T(0), T(0)), Cdirec2<T>(T(0), T(0), true));
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwLine2(three, zero)));
+}
+
+// Against the sample standard deviation of the residuals in long double.
+TYPED_TEST(ApproxLsq, DeviationMeasuresMatchDirectEvaluation) {
+    using T = TypeParam;
+    std::mt19937_64 rng(501);
+    std::uniform_real_distribution<double> u(-10.0, 10.0);
+    for (int trial = 0; trial < 50; ++trial) {
+        const std::size_t n = 2 + trial * 7;
+        V2<T> v(n);
+        V3<T> w(n);
+        for (std::size_t i = 0; i < n; ++i) {
+            v[i] = Cpoint2<T>(T(u(rng)), T(u(rng)));
+            w[i] = Cpoint3<T>(T(u(rng)), T(u(rng)), T(u(rng)));
+        }
+        const Cpoint2<T> q(T(u(rng)), T(u(rng)));
+        const double a = u(rng);
+        const Cline2<T> line(q, Cdirec2<T>(T(std::cos(a)), T(std::sin(a))));
+        const Ccircle2<T> circ(q, T(3));
+        const Csphere3<T> sph(Cpoint3<T>(T(1), T(2), T(3)), T(3));
+        std::vector<long double> dl, dc, ds;
+        for (std::size_t i = 0; i < n; ++i) {
+            const long double px = v[i].x - (long double)q.x, py = v[i].y - (long double)q.y;
+            dl.push_back(-(long double)line.direction().y * px + (long double)line.direction().x * py);
+            dc.push_back(std::sqrt(px * px + py * py));
+            const long double sx = w[i].x - 1.0L, sy = w[i].y - 2.0L, sz = w[i].z - 3.0L;
+            ds.push_back(std::sqrt(sx * sx + sy * sy + sz * sz));
+        }
+        // Sums in T: relative error of the one-pass formula about n*eps times
+        // (mean^2 / variance), which stays below ~10 for these data.
+        const double rel = tolOf<T>(1e-12, 2e-4);
+        EXPECT_NEAR(approximate<T>::StdAbwLine2(v, line), (double)sampleStd(dl), rel * (double)sampleStd(dl) + 1e-30);
+        EXPECT_NEAR(approximate<T>::StdAbwCircle2(v, circ), (double)sampleStd(dc), rel * 10 * (double)sampleStd(dc));
+        EXPECT_NEAR(approximate<T>::StdAbwSphere(w, sph), (double)sampleStd(ds), rel * 10 * (double)sampleStd(ds));
+    }
+}
