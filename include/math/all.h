@@ -3,6 +3,7 @@
 #define MATH_ALL_H
 
 #include <math/aoi.h>
+#include <math/approximate.h>
 #include <math/basevec.h>
 #include <math/convex_hull.h>
 #include <math/errors.h>
