@@ -1,15 +1,13 @@
 // Unit tests of metrofit's parts: the point reader, residuals, the table,
-// JSON, residual and SVG writers, and (when the fits are built) the command
-// line run in-process.
+// JSON, residual and SVG writers, the fit adapter on the library, and the
+// command line run in-process.
 #include "fit.h"
 #include "pointfile.h"
 #include "report.h"
 #include "svg.h"
-#ifdef METROFIT_HAVE_FITS
 #include "app.h"
 
 #include <math/errors.h>
-#endif
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -353,8 +351,6 @@ TEST(MetrofitSvg, DrawingContents) {
     EXPECT_NE(ps.find("dot size"), std::string::npos);
 }
 
-#ifdef METROFIT_HAVE_FITS
-
 namespace {
 
 PointSet make(int dim, std::vector<double> coords) {
@@ -537,4 +533,3 @@ TEST(MetrofitApp, LibraryErrorsInUtf8OnOneLine) {
     EXPECT_EQ(line.find('\n'), std::string::npos);
     EXPECT_EQ(line.find('\xFC'), std::string::npos);  // no raw Windows-1252 byte left
 }
-#endif  // METROFIT_HAVE_FITS
