@@ -12,6 +12,6 @@ cmake -S "$root" -B "$dir" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$dir" -j "$(nproc 2>/dev/null || echo 2)" --target metrofit quickstart
 "$dir/examples/quickstart"
 echo
-"$dir/tools/metrofit" circle "$root/examples/data/bore_edge.csv" --svg "$dir/bore_edge.svg"
+"$dir/tools/metrofit" circle "$root/examples/data/bore_edge.csv" --svg "$dir/bore_edge.svg" --y-down
 echo
 echo "drawing: $dir/bore_edge.svg"
