@@ -2,6 +2,9 @@
 // projections and intersections between points, lines, planes, spheres,
 // cylinders and boxes.
 #include <math/geometric.h>
+#include <math/solver.h>
+
+#include <core/throw.h>
 
 #include <algorithm>
 #include <cmath>
@@ -97,12 +100,14 @@ void symEig3(double const (&S)[3][3], double (&ev)[3], double (&V)[3][3]) {
 
 // Distance of (y0, y1), both >= 0, from the ellipse (x/e0)^2 + (y/e1)^2 = 1
 // with e0 >= e1 > 0 (after D. Eberly, "Distance from a point to an ellipse").
-// The closest point is x = (r0*y0/(s + r0), y1/(s + 1)) in units scaled by
-// e1^2, where s is the root of
+// The closest point is x = (r0*y0/(s + r0), y1/(s + 1)) where s is the root of
 //   F(s) = (r0*z0/(s + r0))^2 + (z1/(s + 1))^2 - 1,  r0 = (e0/e1)^2, z = y/e,
-// which is monotone decreasing on s > -1 and bracketed by
-// [z1 - 1, |(r0*z0, z1)| - 1]; bisection runs until the bracket cannot shrink
-// in double precision, so it always terminates (at most ~1100 steps).
+// which is convex and decreasing on s > -1 and bracketed by
+// [z1 - 1, |(r0*z0, z1)| - 1].  The root finder is Newton's method inside the
+// bracket: starting at the left end (F >= 0) Newton approaches the root from
+// the left without overshooting; any step that leaves the current bracket is
+// replaced by bisection.  Every evaluation shrinks the bracket, and the loop
+// also stops when a step no longer changes s, so it always terminates.
 double ellipseDistFirstQuadrant(double e0, double e1, double y0, double y1) {
     if (y1 > 0.0) {
         if (y0 > 0.0) {
@@ -113,10 +118,8 @@ double ellipseDistFirstQuadrant(double e0, double e1, double y0, double y1) {
             const double n0 = r0 * z0;
             double s0 = z1 - 1.0;
             double s1 = g < 0.0 ? 0.0 : std::hypot(n0, z1) - 1.0;
-            double s = 0.0;
+            double s = s0;
             for (int i = 0; i < 1200; ++i) {
-                s = 0.5 * (s0 + s1);
-                if (s == s0 || s == s1) break;
                 const double ra = n0 / (s + r0), rb = z1 / (s + 1.0);
                 g = ra * ra + rb * rb - 1.0;
                 if (g > 0.0)
@@ -125,6 +128,14 @@ double ellipseDistFirstQuadrant(double e0, double e1, double y0, double y1) {
                     s1 = s;
                 else
                     break;
+                const double dg = -2.0 * (ra * ra / (s + r0) + rb * rb / (s + 1.0));
+                double next = s - g / dg;
+                if (!(next > s0 && next < s1)) {
+                    next = 0.5 * (s0 + s1);
+                    if (next == s0 || next == s1) break;
+                }
+                if (next == s) break;
+                s = next;
             }
             const double x0 = r0 * y0 / (s + r0), x1 = y1 / (s + 1.0);
             return std::hypot(x0 - y0, x1 - y1);
@@ -208,15 +219,16 @@ void geometric<T>::distance(Cpoint3<T> const& q, std::vector<Cpoint3<T>> const& 
     for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = (ps[i] - q).length();
 }
 
+namespace {
+
 // The point is taken into the ellipse's frame (centre at the origin, a axis
 // along x), reflected into the first quadrant, and the axes are ordered so
 // that the larger comes first; the distance there is the distance sought.
 // Computed in double for both types.  Negative semi-axes count by their
 // magnitude; a zero minor semi-axis makes the ellipse the segment between the
-// vertices; NaN anywhere gives NaN.
+// vertices; NaN anywhere gives NaN.  ca, sa: cosine and sine of the angle.
 template <class T>
-T geometric<T>::distance(Cellipse2<T> const& el, Cpoint2<T> const& p) {
-    const double ca = std::cos(double(el.angle())), sa = std::sin(double(el.angle()));
+T ellipseDistance(Cellipse2<T> const& el, double ca, double sa, Cpoint2<T> const& p) {
     const double dx = double(p.x) - double(el.center().x), dy = double(p.y) - double(el.center().y);
     double u = std::abs(ca * dx + sa * dy);   // along the a axis
     double v = std::abs(-sa * dx + ca * dy);  // along the b axis
@@ -234,11 +246,19 @@ T geometric<T>::distance(Cellipse2<T> const& el, Cpoint2<T> const& p) {
     return static_cast<T>(zu * zu + zv * zv < 1.0 ? -dist : dist);
 }
 
+}  // namespace
+
+template <class T>
+T geometric<T>::distance(Cellipse2<T> const& el, Cpoint2<T> const& p) {
+    return ellipseDistance(el, std::cos(double(el.angle())), std::sin(double(el.angle())), p);
+}
+
 template <class T>
 void geometric<T>::distance(Cellipse2<T> const& el, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist) {
+    const double ca = std::cos(double(el.angle())), sa = std::sin(double(el.angle()));
     dist.clear();
     dist.resize(ps.size());
-    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = distance(el, ps[i]);
+    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = ellipseDistance(el, ca, sa, ps[i]);
 }
 
 // ---------------------------------------------------------------------------
@@ -339,6 +359,30 @@ bool geometric<T>::intersect(Cline3<T> const& a, Cline3<T> const& b, Cpoint3<T>&
     gap = (P - Q).length();
     s = (P + Q) * T(0.5);
     return false;
+}
+
+template <class T>
+bool geometric<T>::intersect(Cplane3<T> const& e1, Cplane3<T> const& e2, Cplane3<T> const& e3, Cpoint3<T>& s) {
+    const T a1 = e1.a(), b1 = e1.b(), c1 = e1.c();
+    const T a2 = e2.a(), b2 = e2.b(), c2 = e2.c();
+    const T a3 = e3.a(), b3 = e3.b(), c3 = e3.c();
+    const T det = a1 * b2 * c3 + b1 * c2 * a3 + c1 * a2 * b3 - c1 * b2 * a3 - a1 * c2 * b3 - b1 * a2 * c3;
+    if (-epsP<T>() <= det && det <= epsP<T>()) return false;
+    if (!(det == det)) return false;  // NaN plane: no system to solve
+    Cmatrix<T> A(3, 3);
+    A(0, 0) = a1, A(0, 1) = b1, A(0, 2) = c1;
+    A(1, 0) = a2, A(1, 1) = b2, A(1, 2) = c2;
+    A(2, 0) = a3, A(2, 1) = b3, A(2, 2) = c3;
+    try {
+        Csolver_luDecomp<T> lu(A);
+        const Cmatrix<T> x = lu.solve(std::vector<T>{-e1.d(), -e2.d(), -e3.d()});
+        s = Cpoint3<T>(x(0, 0), x(1, 0), x(2, 0));
+    } catch (CthrowBase const&) {
+        // The determinant test excludes a singular system; a solver error is
+        // reported as "no intersection" all the same, never passed on.
+        return false;
+    }
+    return true;
 }
 
 template <class T>
@@ -718,6 +762,8 @@ bool geometric<T>::outlier(std::vector<Cpoint3<T>>& pts, std::vector<T> const& r
     template bool geometric<T>::intersect(Cplane3<T> const&, Cplane3<T> const&, Cline3<T>&);                   \
     template bool geometric<T>::intersect(Cline3<T> const&, Cline3<T> const&, Cpoint3<T>&);                    \
     template bool geometric<T>::intersect(Cline3<T> const&, Cline3<T> const&, Cpoint3<T>&, T&);                \
+    template bool geometric<T>::intersect(Cplane3<T> const&, Cplane3<T> const&, Cplane3<T> const&,             \
+                                          Cpoint3<T>&);                                                        \
     template bool geometric<T>::intersect(Csphere3<T> const&, Cline3<T> const&, std::pair<T, T>&);             \
     template bool geometric<T>::intersect(CboundingBox3<T> const&, Cline3<T> const&,                           \
                                           std::pair<Cpoint3<T>, Cpoint3<T>>&);                                 \

@@ -43,8 +43,12 @@ void Csolver_le<T>::setMatrix(Cmatrix<T>& A) {
 
 template <class T>
 void Csolver_le<T>::setMatrix(Cmatrix<T> const& A) {
-    Cmatrix<T> copy(A);
-    m_A.swap(copy);
+    if (&A != &m_A && A.m() == m_A.m() && A.n() == m_A.n()) {
+        std::copy(A.begin(), A.end(), m_A.begin());  // same shape: no new block
+    } else {
+        Cmatrix<T> copy(A);
+        m_A.swap(copy);
+    }
     m_matrixChanged = true;
     prepare();
 }
@@ -74,7 +78,8 @@ Cmatrix<T> Csolver_le<T>::solve(std::vector<T> const& b) {
     if (b.empty()) {
         m_B.resize(0, 0);
     } else {
-        m_B.resize(static_cast<unsigned>(b.size()), 1);
+        const unsigned m = static_cast<unsigned>(b.size());
+        if (m_B.m() != m || m_B.n() != 1) m_B.resize(m, 1);
         std::copy(b.begin(), b.end(), m_B.begin());
     }
     m_rhsSet = true;
@@ -84,7 +89,7 @@ Cmatrix<T> Csolver_le<T>::solve(std::vector<T> const& b) {
 template <class T>
 Cmatrix<T> Csolver_le<T>::invert() {
     const unsigned n = m_A.m();
-    m_B.resize(n, n);
+    if (m_B.m() != n || m_B.n() != n) m_B.resize(n, n);
     m_B.setIdentity();
     m_rhsSet = true;
     return subsolve();
@@ -160,7 +165,11 @@ Csolver_GaussJordan<T>::~Csolver_GaussJordan() = default;
 
 template <class T>
 void Csolver_GaussJordan<T>::init() {
-    m_saved = this->m_A;
+    Cmatrix<T> const& A = this->m_A;
+    if (A.m() == m_saved.m() && A.n() == m_saved.n())
+        std::copy(A.begin(), A.end(), m_saved.begin());  // no new block
+    else
+        m_saved = A;
 }
 
 template <class T>
@@ -184,23 +193,55 @@ Cmatrix<T> Csolver_GaussJordan<T>::subsolve() {
     m_ipiv.assign(n, 0);
     if (B.m() != n) throw CthrowMath(CthrowMath::ERR_MATH_INVALID_ARGUMENT, "");
     const unsigned k = B.n();
+    m_scan.resize(2 * static_cast<std::size_t>(n));
+    T* mask = m_scan.data();  // column mask, then row maxima
 
     unsigned irow = 0;
     unsigned icol = 0;
     for (unsigned i = 0; i < n; ++i) {
         // a. Pivot: the largest magnitude among unused rows and columns; on
         //    ties the last one wins (>=), so a zero can become the pivot.
+        //    The scan "if |A(j, k)| >= big, take (j, k)" in row-major order
+        //    ends on the last position holding the maximum magnitude, so it is
+        //    done in two passes: the maximum over whole rows (used columns
+        //    masked to 0, which cannot change a maximum that starts at 0; NaN
+        //    never wins a comparison), then a backward search for its last
+        //    position (only rows whose maximum reaches it are searched).  No
+        //    candidate (all NaN): the previous pivot stays.  A maximum is exact
+        //    whatever the grouping, so four partial maxima per row keep the
+        //    comparisons independent.
+        for (unsigned c = 0; c < n; ++c) mask[c] = m_ipiv[c] == 0 ? T(1) : T(0);
         T big = T(0);
         for (unsigned j = 0; j < n; ++j) {
             if (m_ipiv[j] == 1) continue;
             const T* aj = A.getRow(j);
-            for (unsigned c = 0; c < n; ++c) {
-                if (m_ipiv[c] != 0) continue;
-                const T v = std::fabs(aj[c]);
-                if (v >= big) {
-                    big = v;
+            T part[4] = {T(0), T(0), T(0), T(0)};
+            unsigned c = 0;
+            for (; c + 4 <= n; c += 4) {
+                for (unsigned q = 0; q < 4; ++q) {
+                    const T v = std::fabs(aj[c + q]) * mask[c + q];
+                    part[q] = part[q] < v ? v : part[q];
+                }
+            }
+            for (; c < n; ++c) {
+                const T v = std::fabs(aj[c]) * mask[c];
+                part[0] = part[0] < v ? v : part[0];
+            }
+            T rmax = part[0];
+            for (unsigned q = 1; q < 4; ++q) rmax = rmax < part[q] ? part[q] : rmax;
+            mask[n + j] = rmax;  // the row's maximum
+            big = big < rmax ? rmax : big;
+        }
+        bool found = false;
+        for (unsigned j = n; j-- > 0 && !found;) {
+            if (m_ipiv[j] == 1 || !(mask[n + j] >= big)) continue;
+            const T* aj = A.getRow(j);
+            for (unsigned c = n; c-- > 0;) {
+                if (m_ipiv[c] == 0 && std::fabs(aj[c]) >= big) {
                     irow = j;
                     icol = c;
+                    found = true;
+                    break;
                 }
             }
         }

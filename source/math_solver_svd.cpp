@@ -50,6 +50,35 @@ T rowNorm(const T* x, unsigned p) {
     return mx * std::sqrt(s);
 }
 
+// α = x·x, β = y·y, γ = x·y over len elements, each summed in four
+// interleaved partial sums (independent additions, combined pairwise).
+template <class T>
+inline void pairProducts(const T* x, const T* y, unsigned len, T& alpha, T& beta, T& gamma) {
+    T a[4] = {T(0), T(0), T(0), T(0)};
+    T b[4] = {T(0), T(0), T(0), T(0)};
+    T g[4] = {T(0), T(0), T(0), T(0)};
+    unsigned i = 0;
+    for (; i + 4 <= len; i += 4) {
+        for (unsigned q = 0; q < 4; ++q) {
+            const T u = x[i + q];
+            const T v = y[i + q];
+            a[q] += u * u;
+            b[q] += v * v;
+            g[q] += u * v;
+        }
+    }
+    for (unsigned q = 0; i < len; ++i, ++q) {
+        const T u = x[i];
+        const T v = y[i];
+        a[q] += u * u;
+        b[q] += v * v;
+        g[q] += u * v;
+    }
+    alpha = (a[0] + a[1]) + (a[2] + a[3]);
+    beta = (b[0] + b[1]) + (b[2] + b[3]);
+    gamma = (g[0] + g[1]) + (g[2] + g[3]);
+}
+
 // Rotates the rows x and y of length len: x' = c·x − s·y, y' = s·x + c·y.
 template <class T>
 inline void rotateRows(T* x, T* y, unsigned len, T c, T s) {
@@ -132,14 +161,8 @@ void Csolver_svd<T>::decompose() {
             T* ga = G.getRow(a);
             for (unsigned b = a + 1; b < r; ++b) {
                 T* gb = G.getRow(b);
-                T alpha = T(0), beta = T(0), gamma = T(0);
-                for (unsigned i = 0; i < p; ++i) {
-                    const T x = ga[i];
-                    const T y = gb[i];
-                    alpha += x * x;
-                    beta += y * y;
-                    gamma += x * y;
-                }
+                T alpha, beta, gamma;
+                pairProducts(ga, gb, p, alpha, beta, gamma);
                 if (!(std::fabs(gamma) > tol * std::sqrt(alpha) * std::sqrt(beta))) continue;
                 const T zeta = (beta - alpha) / (T(2) * gamma);
                 const T az = std::fabs(zeta);

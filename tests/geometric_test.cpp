@@ -808,3 +808,88 @@ TYPED_TEST(Geometric3, LeastSquaresIntersectionOfCircles) {
     EXPECT_FALSE(geometric<T>::intersect(cs, s, true));
     EXPECT_EQ(s, Cpoint2<T>(9, 9));
 }
+
+TYPED_TEST(Geometric3, BadInputNeitherCrashesNorHangs) {
+    using T = TypeParam;
+    const T nan = std::numeric_limits<T>::quiet_NaN(), inf = std::numeric_limits<T>::infinity();
+    const T vals[] = {nan, inf, -inf, std::numeric_limits<T>::max(), T(0), std::numeric_limits<T>::denorm_min()};
+    for (T v : vals) {
+        // The ellipse root finder terminates for every input.
+        for (const Cellipse2<T>& el : {Cellipse2<T>(Cpoint2<T>(0, 0), T(3), T(1), T(0)), Cellipse2<T>(Cpoint2<T>(0, 0), v, T(1), T(0)),
+                                       Cellipse2<T>(Cpoint2<T>(0, 0), T(3), v, T(0.2))}) {
+            (void)geometric<T>::distance(el, Cpoint2<T>(v, T(1)));
+            (void)geometric<T>::distance(el, Cpoint2<T>(T(1), v));
+        }
+        std::vector<Cline3<T>> lines = {Cline3<T>(Cpoint3<T>(v, 0, 0), Cdirec3<T>(1, 0, 0, true)),
+                                        Cline3<T>(Cpoint3<T>(0, 0, 0), Cdirec3<T>(0, v, 1, true)),
+                                        Cline3<T>(Cpoint3<T>(0, 1, 0), Cdirec3<T>(0, 0, 1, true))};
+        Cpoint3<T> s;
+        T rms;
+        (void)geometric<T>::intersect(lines, s, rms);
+        std::vector<Csphere3<T>> sph = {Csphere3<T>(Cpoint3<T>(v, 0, 0), 1), Csphere3<T>(Cpoint3<T>(0, 1, 0), v),
+                                        Csphere3<T>(Cpoint3<T>(0, 0, 1), 1), Csphere3<T>(Cpoint3<T>(1, 1, 1), 1)};
+        (void)geometric<T>::intersect(sph, s, true);
+        std::vector<Ccircle2<T>> cs = {Ccircle2<T>(Cpoint2<T>(v, 0), 1), Ccircle2<T>(Cpoint2<T>(0, 1), 1),
+                                       Ccircle2<T>(Cpoint2<T>(1, 1), 1)};
+        Cpoint2<T> s2;
+        (void)geometric<T>::intersect(cs, s2, false);
+        std::pair<Cpoint3<T>, Cpoint3<T>> seg;
+        (void)geometric<T>::intersect(CboundingBox3<T>(Cpoint3<T>(0, 0, 0), Cpoint3<T>(1, v, 1)),
+                                      Cline3<T>(Cpoint3<T>(0, 0, 0), Cdirec3<T>(1, 1, 1)), seg);
+        const Cplane3<T> e(Cdirec3<T>(0, 0, 1, true), v);
+        const Ccircle3<T> k(e, Cpoint3<T>(1, 0, 0), Cpoint3<T>(0, 1, 0), Cpoint3<T>(-1, 0, v));
+        (void)k.isValid();
+        (void)e.pointAt(v, T(1));
+    }
+    // NaN geometry yields NaN results (not exceptions).
+    EXPECT_TRUE(std::isnan(geometric<T>::distance(Cplane3<T>(), Cpoint3<T>(1, 2, 3))));
+    EXPECT_TRUE(std::isnan(geometric<T>::distance(Csphere3<T>(), Cpoint3<T>(1, 2, 3))));
+    const Cplane3<T> nanNormal(Cdirec3<T>(nan, 0, 0, true), T(0));
+    const Ccircle3<T> k(nanNormal, Cpoint3<T>(1, 0, 0), Cpoint3<T>(0, 1, 0), Cpoint3<T>(-1, 0, 0));
+    EXPECT_FALSE(k.isValid());
+}
+
+TYPED_TEST(Geometric3, ThreePlanes) {
+    using T = TypeParam;
+    std::mt19937 gen(34);
+    for (int i = 0; i < 300; ++i) {
+        const Eigen::Vector3d X = randVec(gen, 3);
+        Cplane3<T> e[3];
+        Eigen::Matrix3d N;
+        for (int k = 0; k < 3; ++k) {
+            e[k] = Cplane3<T>(pt<T>(X), dir<T>(randVec(gen)));
+            N.row(k) = ev(e[k].normal()).transpose();
+        }
+        const double det = N.determinant();
+        Cpoint3<T> s(9, 9, 9);
+        if (std::abs(det) <= 1.2e-7) {
+            EXPECT_FALSE(geometric<T>::intersect(e[0], e[1], e[2], s));
+            continue;
+        }
+        ASSERT_TRUE(geometric<T>::intersect(e[0], e[1], e[2], s));
+        // Oracle: Eigen's LU of the same system.
+        const Eigen::Vector3d rhs(-double(e[0].d()), -double(e[1].d()), -double(e[2].d()));
+        const Eigen::Vector3d ref = N.partialPivLu().solve(rhs);
+        const double cond = 1.0 / std::abs(det);
+        EXPECT_NEAR((ev(s) - ref).norm(), 0.0, tolT<T>() * cond) << i;
+        EXPECT_NEAR((ev(s) - X).norm(), 0.0, tolT<T>() * cond) << i;
+    }
+    // The three coordinate planes through (1, 2, 3).
+    const Cplane3<T> px(Cpoint3<T>(1, 2, 3), Cdirec3<T>(1, 0, 0, true));
+    const Cplane3<T> py(Cpoint3<T>(1, 2, 3), Cdirec3<T>(0, 1, 0, true));
+    const Cplane3<T> pz(Cpoint3<T>(1, 2, 3), Cdirec3<T>(0, 0, 1, true));
+    Cpoint3<T> s;
+    ASSERT_TRUE(geometric<T>::intersect(px, py, pz, s));
+    EXPECT_EQ(s, Cpoint3<T>(1, 2, 3));
+    // Two parallel planes, or a determinant within +-2^-23 (also for double):
+    // false, s unchanged.
+    s = Cpoint3<T>(9, 9, 9);
+    EXPECT_FALSE(geometric<T>::intersect(px, py, Cplane3<T>(Cdirec3<T>(0, -1, 0, true), T(5)), s));
+    const T t = T(1e-7);  // det = t
+    const Cplane3<T> tilted(Cdirec3<T>(0, T(std::sqrt(1 - 1e-14)), t, true), T(0));
+    EXPECT_FALSE(geometric<T>::intersect(px, py, tilted, s));
+    EXPECT_EQ(s, Cpoint3<T>(9, 9, 9));
+    const Cplane3<T> tilted2(Cdirec3<T>(0, T(std::sqrt(1 - 1e-12)), T(1e-6), true), T(0));
+    EXPECT_TRUE(geometric<T>::intersect(px, py, tilted2, s));
+    EXPECT_FALSE(geometric<T>::intersect(px, py, Cplane3<T>(), s) && std::isfinite(s.z));
+}

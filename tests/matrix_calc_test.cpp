@@ -297,6 +297,34 @@ TEST(MatrixCalcDouble, EigenvaluesAgainstEigen) {
     }
 }
 
+TEST(MatrixCalcDouble, EigenvaluesRepeatedAndLarge) {
+    // Repeated eigenvalues (Q·diag·Qᵀ with a random orthogonal Q) and a 50×50
+    // matrix: eigen pairs and orthonormal rows, the sweep limit 3·n + 30
+    // suffices.
+    std::mt19937 rng(4);
+    const Eigen::MatrixXd Q = Eigen::HouseholderQR<Eigen::MatrixXd>(Eigen::MatrixXd::Random(6, 6)).householderQ();
+    Eigen::VectorXd lam(6);
+    lam << 2, 2, 2, -1, 5, 0;
+    const Eigen::MatrixXd S = Q * lam.asDiagonal() * Q.transpose();
+    Cmatrix<double> A(6, 6);
+    for (unsigned i = 0; i < 6; ++i)
+        for (unsigned j = 0; j < 6; ++j) A(i, j) = 0.5 * (S(i, j) + S(j, i));
+    std::vector<Cmatrix<double>> cases{A, randomSymmetric(50, rng)};
+    for (Cmatrix<double> const& A0 : cases) {
+        const unsigned n = A0.n();
+        Cmatrix<double> E = A0, V;
+        ASSERT_NO_THROW(CmatrixCalc<double>::getEigenvalue(E, V));
+        const Eigen::MatrixXd Ve = toEigen(V);
+        EXPECT_LT((Ve * Ve.transpose() - Eigen::MatrixXd::Identity(n, n)).cwiseAbs().maxCoeff(), 1e-13);
+        const Eigen::MatrixXd R = toEigen(A0) * Ve.transpose() - Ve.transpose() * toEigen(E);
+        EXPECT_LT(R.cwiseAbs().maxCoeff(), 1e-13 * std::fabs(E(0, 0)));
+    }
+    Cmatrix<double> E = A, V;
+    CmatrixCalc<double>::getEigenvalue(E, V);
+    const double expect[] = {5, 2, 2, 2, -1, 0};
+    for (unsigned k = 0; k < 6; ++k) EXPECT_NEAR(E(k, k), expect[k], 1e-14 * 5);
+}
+
 TYPED_TEST(MatrixCalcTyped, EigenvalueSpecialMatrices) {
     using T = TypeParam;
     // Diagonal: V is a permutation, the values reordered by magnitude (on ties
@@ -345,6 +373,42 @@ TYPED_TEST(MatrixCalcTyped, EigenvalueSpecialMatrices) {
         ADD_FAILURE() << "expected int 0";
     } catch (int e) {
         EXPECT_EQ(e, 0);
+    }
+}
+
+TEST(MatrixCalcDouble, TriDiagSkipIsRelativeToTheMatrixScale) {
+    // Column 0 below the diagonal has squared length 2e-20, below
+    // 2^-52·max|A|²: the reflection is skipped, the entry below the
+    // subdiagonal dropped, A still ends tridiagonal, and the eigenvalues (well
+    // separated, so perturbed only to second order) still agree with Eigen.
+    Cmatrix<double> A = fromRows<double>(3, 3, {1, 1e-10, 1e-10, 1e-10, 2, 0.5, 1e-10, 0.5, 3});
+    const Cmatrix<double> A0 = A;
+    Cmatrix<double> V;
+    CmatrixCalc<double>::QR_TriDiag(A, V);
+    EXPECT_EQ(A(2, 0), 0.0);
+    EXPECT_EQ(A(0, 2), 0.0);
+    EXPECT_EQ(A(1, 0), 1e-10);  // no reflection: the subdiagonal is kept
+    EXPECT_EQ(V(0, 0), 1.0);
+    Cmatrix<double> E = A0, W;
+    CmatrixCalc<double>::getEigenvalue(E, W);
+    Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> es(toEigen(A0));
+    for (unsigned k = 0; k < 3; ++k) EXPECT_NEAR(E(k, k), es.eigenvalues()(2 - k), 1e-15 * 3);
+
+    // Scaling by a power of two scales every step exactly: the same
+    // reflections are taken (none skipped for lack of absolute size), the
+    // eigenvalues scale exactly and the eigenvectors are bit for bit equal.
+    std::mt19937 rng(77);
+    for (int exp : {-60, -40, -20, 20, 60}) {
+        for (unsigned n : {3u, 5u, 8u}) {
+            const Cmatrix<double> S = randomSymmetric(n, rng);
+            Cmatrix<double> a = S, va;
+            Cmatrix<double> b = S, vb;
+            for (double& x : b) x = std::ldexp(x, exp);
+            CmatrixCalc<double>::getEigenvalue(a, va);
+            CmatrixCalc<double>::getEigenvalue(b, vb);
+            for (unsigned k = 0; k < n; ++k) EXPECT_EQ(b(k, k), std::ldexp(a(k, k), exp)) << exp;
+            for (unsigned e = 0; e < va.size(); ++e) EXPECT_EQ(vb.getBase()[e], va.getBase()[e]) << exp;
+        }
     }
 }
 
@@ -402,7 +466,7 @@ TYPED_TEST(MatrixCalcTyped, TriDiagAndDiagTriStages) {
 
 TYPED_TEST(MatrixCalcTyped, SortDiagonalPermutation) {
     using T = TypeParam;
-    Cmatrix<T> A = fromRows<T>(5, 5, {0});
+    Cmatrix<T> A(5, 5, T(0));
     const T diag[] = {1, -4, 4, 0, -1};
     for (unsigned i = 0; i < 5; ++i) A(i, i) = diag[i];
     Cmatrix<T> P(2, 2, T(9));

@@ -152,6 +152,46 @@ void referenceCrout(Cmatrix<T>& A, std::vector<int>& perm, T& d) {
     }
 }
 
+// Gauss-Jordan with full pivoting literally as documented (single pass
+// pivot search): the reference for the two-pass search of the library.
+template <class T>
+Cmatrix<T> referenceGaussJordan(Cmatrix<T> A, Cmatrix<T> B) {
+    const unsigned n = A.n(), k = B.n();
+    std::vector<int> indxr(n, 0), indxc(n, 0), ipiv(n, 0);
+    unsigned irow = 0, icol = 0;
+    for (unsigned i = 0; i < n; ++i) {
+        T big = 0;
+        for (unsigned j = 0; j < n; ++j)
+            if (ipiv[j] != 1)
+                for (unsigned c = 0; c < n; ++c)
+                    if (ipiv[c] == 0 && std::fabs(A(j, c)) >= big) {
+                        big = std::fabs(A(j, c));
+                        irow = j;
+                        icol = c;
+                    }
+        ++ipiv[icol];
+        if (irow != icol) {
+            for (unsigned c = 0; c < n; ++c) std::swap(A(irow, c), A(icol, c));
+            for (unsigned c = 0; c < k; ++c) std::swap(B(irow, c), B(icol, c));
+        }
+        indxr[i] = static_cast<int>(irow);
+        indxc[i] = static_cast<int>(icol);
+        if (A(icol, icol) == 0) throw 1;
+        const T inv = T(1) / A(icol, icol);
+        A(icol, icol) = 1;
+        for (unsigned c = 0; c < n; ++c) A(icol, c) *= inv;
+        for (unsigned c = 0; c < k; ++c) B(icol, c) *= inv;
+        for (unsigned r = 0; r < n; ++r)
+            if (r != icol) {
+                const T d = A(r, icol);
+                A(r, icol) = 0;
+                for (unsigned c = 0; c < n; ++c) A(r, c) -= A(icol, c) * d;
+                for (unsigned c = 0; c < k; ++c) B(r, c) -= B(icol, c) * d;
+            }
+    }
+    return B;
+}
+
 }  // namespace
 
 template <class T>
@@ -311,6 +351,41 @@ TYPED_TEST(SolverTyped, GaussJordanRepeatedSolvesAndPivotOrder) {
     math::Csolver_GaussJordan<T> ties(fromRows<T>(3, 3, {1, 1, -1, 1, -1, 1, -1, 1, 1}));
     const Cmatrix<T> xt = ties.solve(std::vector<T>{1, 1, 1});
     for (unsigned i = 0; i < 3; ++i) EXPECT_EQ(xt(i, 0), T(1));
+}
+
+TYPED_TEST(SolverTyped, GaussJordanBitIdenticalToSinglePassPivotSearch) {
+    using T = TypeParam;
+    std::mt19937 rng(23);
+    std::uniform_int_distribution<int> small(-2, 2);
+    for (int trial = 0; trial < 60; ++trial) {
+        const unsigned n = 1 + trial % 13;
+        Cmatrix<T> A = randomMatrix<T>(n, n, rng);
+        if (trial % 3 == 1)  // small integers: many ties of the largest magnitude
+            for (T& x : A) x = T(small(rng));
+        if (trial % 5 == 2 && n > 2) A(1, 2) = std::numeric_limits<T>::infinity();
+        const Cmatrix<T> B = randomMatrix<T>(n, 2, rng);
+        bool refSingular = false;
+        Cmatrix<T> ref;
+        try {
+            ref = referenceGaussJordan(A, B);
+        } catch (int) {
+            refSingular = true;
+        }
+        math::Csolver_GaussJordan<T> gj(A);
+        if (refSingular) {
+            expectMathError([&] { gj.solve(B); }, CthrowMath::ERR_SOLVE_MATRIXSINGULAR);
+            continue;
+        }
+        const Cmatrix<T> x = gj.solve(B);
+        for (unsigned e = 0; e < x.size(); ++e) {
+            const T a = x.getBase()[e], r = ref.getBase()[e];
+            if (std::isnan(r)) {
+                EXPECT_TRUE(std::isnan(a));
+            } else {
+                EXPECT_EQ(a, r) << "n = " << n << " trial " << trial;
+            }
+        }
+    }
 }
 
 TEST(SolverDouble, GaussJordanAndLuBackwardErrors) {
@@ -492,6 +567,16 @@ TEST(SolverDouble, SvdAgainstEigen) {
     // Random square and tall and wide matrices.  Singular values to 1e-13
     // relative to the largest (their conditioning is normwise).
     for (unsigned n = 1; n <= 12; ++n) checkSvd(randomMatrix<double>(n, n, rng), 1e-13, "random square");
+    // Relative to each value for well-conditioned matrices (diagonally
+    // dominant: every singular value within a factor of ~10 of the largest).
+    for (unsigned n = 2; n <= 10; ++n) {
+        Cmatrix<double> A = randomMatrix<double>(n, n, rng);
+        for (unsigned i = 0; i < n; ++i) A(i, i) += 2.0 * n;
+        math::Csolver_svd<double> svd(A);
+        const Eigen::JacobiSVD<Eigen::MatrixXd> ref(toEigen(A));
+        for (unsigned k = 0; k < n; ++k)
+            EXPECT_NEAR(svd.getSingularValues()[k], ref.singularValues()(k), 1e-13 * ref.singularValues()(k));
+    }
     checkSvd(randomMatrix<double>(50, 50, rng), 1e-13, "random 50");
     for (unsigned n = 1; n <= 8; ++n) checkSvd(randomMatrix<double>(n + 5, n, rng), 1e-13, "random tall");
     for (unsigned n = 1; n <= 6; ++n) checkSvd(randomMatrix<double>(n, n + 3, rng), 1e-13, "random wide");
@@ -589,6 +674,29 @@ TEST(SolverDouble, SvdSolveRankConditionAndThreshold) {
     bad(1, 2) = std::numeric_limits<double>::infinity();
     math::Csolver_svd<double> inf(bad);
     EXPECT_NO_THROW(inf.solve(std::vector<double>{1, 2, 3, 4}));
+}
+
+TEST(SolverFloat, SvdDecomposition) {
+    // Single precision: the same identities to float accuracy.
+    std::mt19937 rng(5);
+    for (unsigned n : {1u, 2u, 3u, 4u, 7u}) {
+        for (unsigned extra : {0u, 3u}) {
+            const Cmatrix<float> A = randomMatrix<float>(n + extra, n, rng);
+            math::Csolver_svd<float> svd(A);
+            const std::vector<float> w = svd.getSingularValues();
+            const Cmatrix<float> U = svd.getU(), V = svd.getV();
+            Cmatrix<double> Ad(A.m(), A.n());
+            for (unsigned e = 0; e < A.size(); ++e) Ad.getBase()[e] = A.getBase()[e];
+            const Eigen::JacobiSVD<Eigen::MatrixXd> ref(toEigen(Ad));
+            for (unsigned k = 0; k < n; ++k) EXPECT_NEAR(w[k], ref.singularValues()(k), 4e-6 * ref.singularValues()(0));
+            for (unsigned i = 0; i < A.m(); ++i)
+                for (unsigned j = 0; j < n; ++j) {
+                    double s = 0;
+                    for (unsigned k = 0; k < n; ++k) s += double(U(i, k)) * w[k] * V(j, k);
+                    EXPECT_NEAR(s, A(i, j), 4e-6);
+                }
+        }
+    }
 }
 
 TYPED_TEST(SolverTyped, SvdFitUsage) {

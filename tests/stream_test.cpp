@@ -252,8 +252,12 @@ TEST(Stream, LongDoubleRoundTrip) {
         ASSERT_EQ(std::signbit(x), std::signbit(v));
         ASSERT_EQ(y, v);
     }
+    EXPECT_EQ(formatted(0.1L), "0.1");  // shortest form, as for float and double
+    EXPECT_EQ(formatted(-std::numeric_limits<long double>::infinity()), "-inf");
     bool ok = true;
     EXPECT_EQ(parsed<long double>("1.5q", 7.0L, ok), 7.0L);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(parsed<long double>("0x1p3", 7.0L, ok), 7.0L);  // no hexadecimal form, as for double
     EXPECT_FALSE(ok);
 }
 

@@ -1,13 +1,13 @@
 #include <core/stream.h>
 
 #include <cctype>
-#include <cerrno>
 #include <cfloat>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <locale.h>
 #include <limits>
 #include <type_traits>
 
@@ -40,6 +40,13 @@ bool readToken(std::istream& is, std::string& tok, std::size_t cap = 4096) {
     return true;
 }
 
+// strtold in the "C" locale: the text format must not depend on the decimal
+// separator of whatever locale the application has set.
+long double strtoldC(const char* s, char** end) {
+    static const locale_t c = newlocale(LC_ALL_MASK, "C", locale_t(0));
+    return strtold_l(s, end, c);
+}
+
 template <class T>
 bool parseToken(std::string const& tok, T& v) {
     const char* b = tok.data();
@@ -48,13 +55,6 @@ bool parseToken(std::string const& tok, T& v) {
         if (tok == "0" || tok == "false") { v = false; return true; }
         if (tok == "1" || tok == "true") { v = true; return true; }
         return false;
-    } else if constexpr (std::is_same_v<T, long double>) {
-        char* end = nullptr;
-        errno = 0;
-        const long double r = std::strtold(b, &end);
-        if (end != e) return false;
-        v = r;
-        return true;
     } else {
         // from_chars does not take a leading '+'; skip one, but not in front of
         // another sign or alone, so that "+-5", "++5" and "+" stay malformed.
@@ -66,10 +66,11 @@ bool parseToken(std::string const& tok, T& v) {
         auto res = std::from_chars(b, e, r);
         if (res.ec != std::errc() || res.ptr != e) {
             // from_chars reports out-of-range for values that round to zero or
-            // overflow; accept them the way strtod does (0, subnormal or inf).
+            // overflow (and, for long double, for subnormal results); accept
+            // them the way strtod does (0, subnormal or inf).
             if constexpr (std::is_floating_point_v<T>) {
                 if (res.ec == std::errc::result_out_of_range && res.ptr == e) {
-                    const long double x = std::strtold(tok.c_str(), nullptr);
+                    const long double x = strtoldC(tok.c_str(), nullptr);
                     v = static_cast<T>(x);
                     return true;
                 }
@@ -104,12 +105,8 @@ Cstream& Cstream::putNumber(T v) {
     if (!m_os) return *this;
     if constexpr (std::is_same_v<T, bool>) {
         m_os->put(v ? '1' : '0');
-    } else if constexpr (std::is_same_v<T, long double>) {
-        char buf[64];
-        const int k = std::snprintf(buf, sizeof buf, "%.*Lg", LDBL_DECIMAL_DIG, v);
-        m_os->write(buf, k);
     } else {
-        char buf[64];
+        char buf[128];
         auto res = std::to_chars(buf, buf + sizeof buf, v);
         m_os->write(buf, res.ptr - buf);
     }

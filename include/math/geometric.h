@@ -116,6 +116,10 @@ public:
     static bool intersect(Cline3<T> const& a, Cline3<T> const& b, Cpoint3<T>& s);
     // The same; gap receives |P - Q| (0 when they meet, untouched when parallel).
     static bool intersect(Cline3<T> const& a, Cline3<T> const& b, Cpoint3<T>& s, T& gap);
+    // Three planes: the rows of the 3x3 system are the normals, the right-hand
+    // side (-d1, -d2, -d3).  |det| (rule of Sarrus) <= eps_p: false, s
+    // unchanged; otherwise s is the LU solution and true.
+    static bool intersect(Cplane3<T> const& e1, Cplane3<T> const& e2, Cplane3<T> const& e3, Cpoint3<T>& s);
     // Sphere and line point + t*direction: the parameters of the two crossings
     // (ascending) from b = (D.P - 2*D.C)*0.5 and q = |C|^2 + |P|^2 - 2*C.P - r^2.
     // The form of b equals D.(P - C) only when D.P = 0 (the line given by its

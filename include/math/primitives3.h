@@ -94,7 +94,9 @@ public:
     // The circle of the plane e through three points: the points are rotated
     // so that e's normal becomes the z axis, the circle through the rotated
     // (x, y) is found in closed form, and its centre is rotated back and
-    // projected onto e.  Collinear points give NaN or infinite values.
+    // projected onto e; the radius is measured to p1 in the rotated frame.  A
+    // normal already along +z needs no rotation, one along -z is turned by pi
+    // about the x axis.  Collinear points give NaN or infinite values.
     Ccircle3(Cplane3<T> const& e, Cpoint3<T> const& p1, Cpoint3<T> const& p2, Cpoint3<T> const& p3);
 
     Cpoint3<T> const& center() const { return m_center; }

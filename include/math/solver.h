@@ -121,6 +121,7 @@ private:
     std::vector<int> m_indxr;  // pivot row of each elimination step
     std::vector<int> m_indxc;  // pivot column of each elimination step
     std::vector<int> m_ipiv;   // how often each column has served as pivot column
+    std::vector<T> m_scan;     // pivot search: column mask, then row maxima
     Cmatrix<T> m_saved;        // the system matrix as installed
 };
 

@@ -5,10 +5,11 @@
 // and input of every scalar type in machine byte order.  Errors are left in
 // the underlying stream's state; nothing here throws on a stream failure.
 //
-// Number format: floating-point values are written in the shortest decimal
-// form that reads back to the same value (std::to_chars), and read with
-// std::from_chars, so a value written and read as text is bit-for-bit the
-// same (including subnormals, infinities "inf"/"-inf", and NaN as "nan").
+// Number format: floating-point values (float, double, long double) are
+// written in the shortest decimal form that reads back to the same value
+// (std::to_chars), and read with std::from_chars, so a value written and read
+// as text is bit-for-bit the same (including subnormals, infinities
+// "inf"/"-inf", and NaN as "nan").  Neither direction depends on the locale.
 // Integers are written in decimal.  Numbers and strings go out verbatim,
 // whatever base, width or fill the stream has been given.  Formatted input
 // skips leading white space and reads one white-space delimited token; a

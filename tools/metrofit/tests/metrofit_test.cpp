@@ -1,0 +1,535 @@
+// Unit tests of metrofit's parts: the point reader, residuals, the table,
+// JSON, residual and SVG writers, the fit adapter on the library, and the
+// command line run in-process.
+#include "fit.h"
+#include "pointfile.h"
+#include "report.h"
+#include "svg.h"
+#include "app.h"
+
+#include <math/errors.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using namespace metrofit;
+
+namespace {
+
+PointSet read(std::string const& text, int wantDim = 0) {
+    std::istringstream in(text);
+    return readPoints(in, "t.csv", wantDim);
+}
+
+// The InputError message for `text`, or "" if it reads.
+std::string readError(std::string const& text, int wantDim = 0) {
+    try {
+        read(text, wantDim);
+    } catch (InputError const& e) {
+        return e.what();
+    }
+    return "";
+}
+
+std::size_t count(std::string const& hay, std::string const& needle) {
+    std::size_t n = 0;
+    for (std::size_t pos = hay.find(needle); pos != std::string::npos; pos = hay.find(needle, pos + 1)) ++n;
+    return n;
+}
+
+}  // namespace
+
+TEST(MetrofitReader, FieldsAndNumbers) {
+    EXPECT_EQ(splitFields("1,2"), (std::vector<std::string>{"1", "2"}));
+    EXPECT_EQ(splitFields("  1 \t 2  3 "), (std::vector<std::string>{"1", "2", "3"}));
+    EXPECT_EQ(splitFields("1 , 2;3"), (std::vector<std::string>{"1", "2", "3"}));
+    EXPECT_EQ(splitFields("1,,2"), (std::vector<std::string>{"1", "", "2"}));
+    EXPECT_EQ(splitFields("1,2,"), (std::vector<std::string>{"1", "2", ""}));
+    EXPECT_EQ(splitFields("1 2 # three"), (std::vector<std::string>{"1", "2"}));
+    EXPECT_TRUE(splitFields("   # only a comment").empty());
+    EXPECT_TRUE(splitFields("\r").empty());
+
+    double v = 0;
+    EXPECT_TRUE(parseNumber("-1.25e-3", v));
+    EXPECT_EQ(v, -1.25e-3);
+    EXPECT_TRUE(parseNumber("+7", v));
+    EXPECT_EQ(v, 7.0);
+    EXPECT_TRUE(parseNumber(".5", v));
+    EXPECT_EQ(v, 0.5);
+    EXPECT_TRUE(parseNumber("0.1", v));
+    EXPECT_EQ(v, 0.1);  // correctly rounded, not merely close
+    for (const char* bad : {"", "+", "++1", "+-1", "1.2.3", "1,5", "12abc", "0x10", "x", "1e", "--1"})
+        EXPECT_FALSE(parseNumber(bad, v)) << bad;
+    EXPECT_TRUE(parseNumber("nan", v));
+    EXPECT_TRUE(std::isnan(v));
+    EXPECT_TRUE(parseNumber("-inf", v));
+    EXPECT_TRUE(std::isinf(v));
+    EXPECT_TRUE(parseNumber("1e999", v));  // overflow reads as infinite, then rejected
+    EXPECT_TRUE(std::isinf(v));
+}
+
+TEST(MetrofitReader, AcceptedLayouts) {
+    // Header, comments, CRLF, BOM, blank lines, trailing comment.
+    const PointSet a = read("\xEF\xBB\xBFx_px,y_px\r\n# edge points\r\n\r\n1.5,2\r\n3,4.25 # second\r\n");
+    ASSERT_EQ(a.size(), 2u);
+    EXPECT_EQ(a.dim, 2);
+    EXPECT_EQ(a.header, (std::vector<std::string>{"x_px", "y_px"}));
+    EXPECT_EQ(a.at(0, 0), 1.5);
+    EXPECT_EQ(a.at(1, 1), 4.25);
+    EXPECT_EQ(a.lineNumbers, (std::vector<std::size_t>{4, 5}));
+    EXPECT_EQ(a.source, "t.csv");
+
+    const PointSet b = read("# scan\n1 2 3\n\t4\t5\t6\n7;8;9\n", 3);
+    ASSERT_EQ(b.size(), 3u);
+    EXPECT_EQ(b.dim, 3);
+    EXPECT_TRUE(b.header.empty());
+    EXPECT_EQ(b.coords, (std::vector<double>{1, 2, 3, 4, 5, 6, 7, 8, 9}));
+
+    // No trailing line end; an empty input gives an empty set, not an error.
+    EXPECT_EQ(read("1 2\n3 4").size(), 2u);
+    EXPECT_EQ(read("").size(), 0u);
+    EXPECT_EQ(read("# nothing\n\n").dim, 0);
+}
+
+TEST(MetrofitReader, RejectionsNameTheLine) {
+    // Each message carries "source:line:" and the reason.
+    EXPECT_EQ(readError("x,y\n1,2\n3,abc\n"), "t.csv:3: not a number: 'abc' in column 2");
+    EXPECT_EQ(readError("1,2\n3,,4\n"), "t.csv:2: empty value in column 2");
+    EXPECT_EQ(readError("1 2\nnan 3\n"), "t.csv:2: NaN 'nan' in column 1");
+    EXPECT_EQ(readError("1 2\n3 inf\n"), "t.csv:2: infinite or out-of-range value 'inf' in column 2");
+    EXPECT_EQ(readError("1 2\n3 1e400\n"), "t.csv:2: infinite or out-of-range value '1e400' in column 2");
+    EXPECT_EQ(readError("1 2\n3 4 5\n"), "t.csv:2: expected 2 values as on the first data line, found 3");
+    EXPECT_EQ(readError("1\n"), "t.csv:1: expected 2 or 3 values per line, found 1");
+    EXPECT_EQ(readError("1 2 3 4\n"), "t.csv:1: expected 2 or 3 values per line, found 4");
+    EXPECT_EQ(readError("# c\n1 2\n", 3), "t.csv:2: this fit needs 3 values per line (x y z), found 2");
+    // Only one header line; a second text line, or text after data, is an error.
+    EXPECT_EQ(readError("x y\nu v\n1 2\n"), "t.csv:2: not a number: 'u' in column 1");
+    EXPECT_EQ(readError("1 2\nx y\n"), "t.csv:2: not a number: 'x' in column 1");
+    // A line mixing numbers and text is data, not a header.
+    EXPECT_EQ(readError("1.0 abc\n"), "t.csv:1: not a number: 'abc' in column 2");
+    // Binary data is named as such, also when it would pass for a header.
+    EXPECT_EQ(readError("1 2\n3 a\x01" "b\n"), "t.csv:2: control character 0x01, not a text point file");
+    EXPECT_EQ(readError(std::string("\0\xff\xfe x\n", 6)), "t.csv:1: control character 0x00, not a text point file");
+    // Long bad fields are cut in the message.
+    EXPECT_EQ(readError("1 " + std::string(50, 'z') + "\n"),
+              "t.csv:1: not a number: '" + std::string(40, 'z') + "...' in column 2");
+}
+
+TEST(MetrofitReader, Files) {
+    std::istringstream stdinText("5 6\n7 8\n");
+    const PointSet s = readPointFile("-", stdinText);
+    EXPECT_EQ(s.size(), 2u);
+    EXPECT_EQ(s.source, "<stdin>");
+
+    std::istringstream unused;
+    try {
+        readPointFile("/nonexistent/metrofit/points.csv", unused);
+        FAIL() << "no error for a missing file";
+    } catch (InputError const& e) {
+        EXPECT_EQ(std::string(e.what()), "cannot open '/nonexistent/metrofit/points.csv': No such file or directory");
+    }
+    try {
+        readPointFile("/", unused);
+        FAIL() << "no error for a directory";
+    } catch (InputError const& e) {
+        EXPECT_EQ(std::string(e.what()), "cannot read '/': is a directory");
+    }
+}
+
+namespace {
+
+// A circle of radius 2 about (1, -1), its 8 test points at radii 2 +- 0.1.
+PointSet circlePoints(FitResult& r) {
+    PointSet pts;
+    pts.dim = 2;
+    pts.source = "c.csv";
+    for (int i = 0; i < 8; ++i) {
+        const double a = i * 0.7853981633974483, rad = 2.0 + (i % 2 ? 0.1 : -0.1);
+        pts.coords.push_back(1.0 + rad * std::cos(a));
+        pts.coords.push_back(-1.0 + rad * std::sin(a));
+        pts.lineNumbers.push_back(static_cast<std::size_t>(i + 2));
+    }
+    r.shape = Shape::circle;
+    r.method = Method::lsq;
+    r.function = "approximate<double>::fitCircleLsq";
+    r.center = {1.0, -1.0, 0.0};
+    r.radius = 2.0;
+    r.measures.push_back({"stdAbw", "std. deviation of radii (StdAbwCircle2)", 0.1069});
+    computeResiduals(pts, r);
+    return pts;
+}
+
+}  // namespace
+
+TEST(MetrofitResiduals, SignConventionsAndSummary) {
+    FitResult c;
+    const PointSet cp = circlePoints(c);
+    for (std::size_t i = 0; i < cp.size(); ++i) EXPECT_NEAR(c.residuals[i], i % 2 ? 0.1 : -0.1, 1e-12);
+    EXPECT_NEAR(c.stats.rms, 0.1, 1e-12);
+    EXPECT_NEAR(c.stats.mean, 0.0, 1e-12);
+    EXPECT_NEAR(c.stats.min, -0.1, 1e-12);
+    EXPECT_NEAR(c.stats.max, 0.1, 1e-12);
+
+    // Planar line y = 1 directed along +x: points above are on the left, positive.
+    PointSet lp;
+    lp.dim = 2;
+    lp.coords = {0, 3, 5, -1, 2, 1};
+    lp.lineNumbers = {1, 2, 3};
+    FitResult l;
+    l.shape = Shape::line2;
+    l.point = {10, 1, 0};
+    l.direction = {1, 0, 0};
+    computeResiduals(lp, l);
+    EXPECT_EQ(l.residuals, (std::vector<double>{2, -2, 0}));
+    EXPECT_EQ(l.stats.maxAbs, 2.0);
+    EXPECT_EQ(l.stats.maxAbsIndex, 0u);  // the first of equal magnitudes
+
+    // Plane z = 5 with normal +z (d = -5); sphere of radius 3 with a negative
+    // radius as the algebraic fit may return; spatial line along z.
+    PointSet sp;
+    sp.dim = 3;
+    sp.coords = {0, 0, 7, 1, 2, 4, 4, 0, 0};
+    sp.lineNumbers = {1, 2, 3};
+    FitResult pl;
+    pl.shape = Shape::plane;
+    pl.normal = {0, 0, 1};
+    pl.d = -5;
+    computeResiduals(sp, pl);
+    EXPECT_EQ(pl.residuals, (std::vector<double>{2, -1, -5}));
+    EXPECT_EQ(pl.stats.maxAbsIndex, 2u);
+
+    FitResult s;
+    s.shape = Shape::sphere;
+    s.center = {0, 0, 0};
+    s.radius = -3;
+    computeResiduals(sp, s);
+    EXPECT_DOUBLE_EQ(s.residuals[0], 4.0);
+    EXPECT_DOUBLE_EQ(s.residuals[2], 1.0);
+
+    FitResult l3;
+    l3.shape = Shape::line3;
+    l3.point = {0, 0, 100};
+    l3.direction = {0, 0, -1};
+    computeResiduals(sp, l3);
+    EXPECT_DOUBLE_EQ(l3.residuals[0], 0.0);
+    EXPECT_DOUBLE_EQ(l3.residuals[1], std::sqrt(5.0));
+    EXPECT_DOUBLE_EQ(l3.residuals[2], 4.0);
+}
+
+TEST(MetrofitReport, TableAndJson) {
+    FitResult r;
+    const PointSet pts = circlePoints(r);
+
+    std::ostringstream table;
+    writeTable(table, pts, r);
+    const std::string t = table.str();
+    EXPECT_EQ(t.rfind("circle fit (lsq, approximate<double>::fitCircleLsq) to 8 points from c.csv\n", 0), 0u) << t;
+    EXPECT_NE(t.find("centre x"), std::string::npos);
+    EXPECT_NE(t.find("centre y"), std::string::npos);
+    EXPECT_NE(t.find("std. deviation of radii (StdAbwCircle2)"), std::string::npos);
+    EXPECT_NE(t.find("0.1069"), std::string::npos);
+    // The worst point is reported with its line in the file (the first of
+    // equal |residual|: point 0, line 2).
+    EXPECT_NE(t.find("at line 2\n"), std::string::npos) << t;
+
+    const nlohmann::json j = nlohmann::json::parse(toJson(pts, r).dump());
+    EXPECT_EQ(j["fit"], "circle");
+    EXPECT_EQ(j["method"], "lsq");
+    EXPECT_EQ(j["points"], 8);
+    EXPECT_EQ(j["input"], "c.csv");
+    EXPECT_EQ(j["parameters"]["center"][0].get<double>(), 1.0);
+    EXPECT_EQ(j["parameters"]["center"][1].get<double>(), -1.0);
+    EXPECT_EQ(j["parameters"]["radius"].get<double>(), 2.0);
+    EXPECT_EQ(j["deviations"]["stdAbw"].get<double>(), 0.1069);
+    // Numbers survive the text round trip exactly.
+    EXPECT_EQ(j["residuals"]["rms"].get<double>(), r.stats.rms);
+    EXPECT_EQ(j["residuals"]["max_abs_line"], 2);
+
+    // NaN measures (undetermined by the library) become null and "n/a".
+    r.measures[0].value = std::nan("");
+    EXPECT_TRUE(toJson(pts, r)["deviations"]["stdAbw"].is_null());
+    std::ostringstream table2;
+    writeTable(table2, pts, r);
+    EXPECT_NE(table2.str().find("n/a"), std::string::npos);
+
+    EXPECT_EQ(formatNumber(0.0), "0");
+    EXPECT_EQ(formatNumber(-0.0), "0");
+    EXPECT_EQ(formatNumber(412.3712345678), "412.371235");
+    EXPECT_EQ(formatNumber(-2.5e-7), "-2.5e-07");
+}
+
+TEST(MetrofitReport, ResidualFileReadsBackExactly) {
+    FitResult r;
+    PointSet pts = circlePoints(r);
+    std::ostringstream out;
+    writeResiduals(out, pts, r);
+    std::istringstream in(out.str());
+    std::string line;
+    std::getline(in, line);
+    EXPECT_EQ(line, "line,x,y,residual");
+    std::size_t i = 0;
+    while (std::getline(in, line)) {
+        const std::vector<std::string> f = splitFields(line);
+        ASSERT_EQ(f.size(), 4u);
+        double v[4];
+        for (int k = 0; k < 4; ++k) ASSERT_TRUE(parseNumber(f[static_cast<std::size_t>(k)], v[k]));
+        EXPECT_EQ(v[0], static_cast<double>(pts.lineNumbers[i]));
+        EXPECT_EQ(v[1], pts.at(i, 0));
+        EXPECT_EQ(v[2], pts.at(i, 1));
+        EXPECT_EQ(v[3], r.residuals[i]);
+        ++i;
+    }
+    EXPECT_EQ(i, pts.size());
+}
+
+TEST(MetrofitSvg, Magnification) {
+    EXPECT_EQ(roundDown125(7.3), 5.0);
+    EXPECT_EQ(roundDown125(2.0), 2.0);
+    EXPECT_EQ(roundDown125(1999.0), 1000.0);
+    EXPECT_EQ(roundDown125(0.31), 0.2);
+    EXPECT_EQ(roundDown125(0.0), 1.0);
+
+    // 100 residuals |r| = 0.01 .. 1.00: the 90th percentile (index 89 of the
+    // sorted magnitudes, 0.90) at 8 % of an extent of 100 gives 8.9 -> 5; one
+    // huge outlier does not change it.
+    std::vector<double> res;
+    for (int i = 1; i <= 100; ++i) res.push_back((i % 2 ? -0.01 : 0.01) * i);
+    EXPECT_EQ(autoMagnification(res, 100.0), 5.0);
+    res.back() = 1e6;
+    EXPECT_EQ(autoMagnification(res, 100.0), 5.0);
+    EXPECT_EQ(autoMagnification({0.0, 0.0}, 100.0), 1.0);
+    EXPECT_EQ(autoMagnification({}, 100.0), 1.0);
+}
+
+TEST(MetrofitSvg, DrawingContents) {
+    FitResult r;
+    PointSet pts = circlePoints(r);
+    pts.source = "a<b>&\"c\".csv";
+    std::ostringstream out;
+    SvgOptions opt;
+    opt.magnification = 20.0;
+    writeSvg(out, pts, r, opt);
+    const std::string s = out.str();
+    EXPECT_EQ(s.rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<svg ", 0), 0u);
+    EXPECT_EQ(s.substr(s.size() - 7), "</svg>\n");
+    // One whisker per point, the file name escaped, the factor stated.
+    EXPECT_EQ(count(s, "<line "), pts.size());
+    EXPECT_NE(s.find("a&lt;b&gt;&amp;&quot;c&quot;.csv"), std::string::npos);
+    EXPECT_EQ(s.find("a<b>"), std::string::npos);
+    EXPECT_NE(s.find("residuals magnified ×20"), std::string::npos);
+    // Balanced groups.
+    EXPECT_EQ(count(s, "<g"), count(s, "</g>"));
+
+    // The plane gets two panels: in-plane frame and side view.
+    PointSet pp;
+    pp.dim = 3;
+    pp.source = "p.csv";
+    std::mt19937 gen(7);
+    std::uniform_real_distribution<double> u(-10, 10);
+    for (int i = 0; i < 50; ++i) {
+        pp.coords.insert(pp.coords.end(), {u(gen), u(gen), 5.0 + 0.001 * u(gen)});
+        pp.lineNumbers.push_back(static_cast<std::size_t>(i + 1));
+    }
+    FitResult pl;
+    pl.shape = Shape::plane;
+    pl.method = Method::geom;
+    pl.normal = {0, 0, 1};
+    pl.d = -5;
+    computeResiduals(pp, pl);
+    std::ostringstream po;
+    writeSvg(po, pp, pl, SvgOptions());
+    const std::string ps = po.str();
+    EXPECT_EQ(count(ps, "<clipPath"), 2u);
+    EXPECT_EQ(count(ps, "<line "), 50u);
+    EXPECT_NE(ps.find("dot size"), std::string::npos);
+}
+
+namespace {
+
+PointSet make(int dim, std::vector<double> coords) {
+    PointSet p;
+    p.dim = dim;
+    p.source = "m.txt";
+    p.coords = std::move(coords);
+    for (std::size_t i = 0; i < p.coords.size() / static_cast<std::size_t>(dim); ++i) p.lineNumbers.push_back(i + 1);
+    return p;
+}
+
+std::string fitError(Shape s, Method m, PointSet const& p) {
+    try {
+        runFit(s, m, p);
+    } catch (InputError const& e) {
+        return e.what();
+    }
+    return "";
+}
+
+struct RunResult {
+    int rc;
+    std::string out, err;
+};
+
+RunResult runTool(std::vector<std::string> args, std::string const& stdinText = "") {
+    args.insert(args.begin(), "metrofit");
+    std::vector<const char*> argv;
+    for (auto const& a : args) argv.push_back(a.c_str());
+    std::istringstream in(stdinText);
+    std::ostringstream out, err;
+    const int rc = run(static_cast<int>(argv.size()), argv.data(), in, out, err);
+    return {rc, out.str(), err.str()};
+}
+
+}  // namespace
+
+TEST(MetrofitFit, WellPosedSetsIncludingDiagonalScatter) {
+    // Symmetric sets have an exactly diagonal scatter matrix: they must fit.
+    const FitResult c = runFit(Shape::circle, Method::lsq, make(2, {3, -2, 1, 0, -1, -2, 1, -4}));
+    EXPECT_NEAR(c.center[0], 1.0, 1e-12);
+    EXPECT_NEAR(c.center[1], -2.0, 1e-12);
+    EXPECT_NEAR(c.radius, 2.0, 1e-12);
+    EXPECT_LT(c.stats.maxAbs, 1e-12);
+
+    // A horizontal line by both methods; the direction is turned to +x.
+    for (Method m : {Method::geom, Method::lsq}) {
+        const FitResult l = runFit(Shape::line2, m, make(2, {5, 3, 1, 3, 2, 3, 7, 3}));
+        EXPECT_NEAR(l.direction[0], 1.0, 1e-15) << methodName(m);
+        EXPECT_NEAR(l.direction[1], 0.0, 1e-15) << methodName(m);
+        EXPECT_LT(l.stats.maxAbs, 1e-12) << methodName(m);
+    }
+
+    // Plane z = 2 - x (normal (1, 0, 1)/sqrt2 after orientation, d = -sqrt2):
+    // the reported normal and d describe the same plane as the library's.
+    const FitResult p = runFit(Shape::plane, Method::geom, make(3, {0, 0, 2, 1, 0, 1, 0, 3, 2, 2, 5, 0, 4, 1, -2}));
+    const double h = std::sqrt(0.5);
+    EXPECT_NEAR(p.normal[0], h, 1e-12);
+    EXPECT_NEAR(p.normal[1], 0.0, 1e-12);
+    EXPECT_NEAR(p.normal[2], h, 1e-12);
+    EXPECT_NEAR(p.d, -2.0 * h, 1e-12);
+    EXPECT_LT(p.stats.maxAbs, 1e-12);
+    EXPECT_EQ(p.measures.size(), 3u);
+
+    // Sphere about (1, 2, 3) of radius 2 from 6 axis points plus one more: the
+    // origin lies outside, and the reported radius is positive either way.
+    const FitResult s = runFit(Shape::sphere, Method::lsq,
+                               make(3, {3, 2, 3, -1, 2, 3, 1, 4, 3, 1, 0, 3, 1, 2, 5, 1, 2, 1, 1 + std::sqrt(2.0), 2 + std::sqrt(2.0), 3}));
+    EXPECT_NEAR(s.center[2], 3.0, 1e-9);
+    EXPECT_NEAR(s.radius, 2.0, 1e-9);
+    const FitResult s0 = runFit(Shape::sphere, Method::lsq, make(3, {2, 0, 0, -2, 0, 0, 0, 2, 0, 0, -2, 0, 0, 0, 2}));
+    EXPECT_NEAR(s0.radius, 2.0, 1e-9);  // origin inside: the library's radius is negative
+
+    // Spatial line along -x is reported along +x; residuals are radial.
+    const FitResult l3 = runFit(Shape::line3, Method::geom, make(3, {4, 1, 0, 2, 1, 0, 0, 1, 0, -3, 1, 0}));
+    EXPECT_NEAR(l3.direction[0], 1.0, 1e-12);
+    EXPECT_LT(l3.stats.maxAbs, 1e-12);
+}
+
+TEST(MetrofitFit, FloatInstantiation) {
+    // The same symmetric circle through approximate<float>: float accuracy
+    // (2^-23 relative on values of a few units, times a small factor).
+    const FitResult c = runFit(Shape::circle, Method::lsq, make(2, {3, -2, 1, 0, -1, -2, 1, -4}), true);
+    EXPECT_EQ(c.function, "approximate<float>::fitCircleLsq");
+    EXPECT_EQ(c.scalar, "float");
+    EXPECT_NEAR(c.center[0], 1.0, 1e-5);
+    EXPECT_NEAR(c.center[1], -2.0, 1e-5);
+    EXPECT_NEAR(c.radius, 2.0, 1e-5);
+    // Coordinates are rounded to float before the fit: 0.1 is not exact.
+    const FitResult p = runFit(Shape::plane, Method::geom, make(3, {0, 0, 0.1, 1, 0, 0.1, 0, 1, 0.1, 1, 1, 0.1}), true);
+    EXPECT_EQ(p.d, -static_cast<double>(0.1f));
+    const PointSet big = make(2, {1e6, 0, 0, 2e6, -2e6, 0, 0, -2e6});
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, big), "");  // double: fine
+    try {
+        runFit(Shape::circle, Method::lsq, big, true);
+        FAIL() << "no error";
+    } catch (InputError const& e) {
+        EXPECT_EQ(std::string(e.what()), "m.txt:2: coordinate beyond +-1e+06, outside the range the float fits can sum");
+    }
+}
+
+TEST(MetrofitFit, DegenerateSetsAreNamed) {
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {0, 1, 1, 3, 2, 5, 3, 7})),
+              "m.txt: degenerate point configuration: the points are collinear, a circle is not determined");
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {1, 1, 1, 1, 1, 1, 1, 1})),
+              "m.txt: degenerate point configuration: all points coincide, a circle is not determined");
+    EXPECT_EQ(fitError(Shape::line2, Method::geom, make(2, {4, 4, 4, 4, 4, 4})),
+              "m.txt: degenerate point configuration: all points coincide, a line is not determined");
+    EXPECT_EQ(fitError(Shape::line2, Method::lsq, make(2, {-1, -1, 1, 1, 2, 2})),
+              "m.txt: degenerate point configuration: the algebraic line model a*x + b*y = 1 cannot represent a "
+              "line through the origin (0, 0); use --method geom");
+    EXPECT_EQ(fitError(Shape::sphere, Method::lsq, make(3, {1, 0, 7, 0, 1, 7, -1, 0, 7, 0, -1, 7, 0.6, 0.8, 7})),
+              "m.txt: degenerate point configuration: the points are coplanar, a sphere is not determined");
+    EXPECT_EQ(fitError(Shape::plane, Method::geom, make(3, {0, 0, 0, 1, 2, 3, 2, 4, 6})),
+              "m.txt: degenerate point configuration: the three points are collinear, a plane is not determined");
+    // Nearly collinear (angle 1e-9, whose cosine rounds to 1) is refused too.
+    EXPECT_EQ(fitError(Shape::plane, Method::geom, make(3, {0, 0, 0, 1, 0, 0, 2, 2e-9, 0})),
+              "m.txt: degenerate point configuration: the three points are collinear, a plane is not determined");
+    EXPECT_EQ(fitError(Shape::plane, Method::fast, make(3, {0, 0, 0, 1, 2, 3, 2, 4, 6, 3, 6, 9})),
+              "m.txt: degenerate point configuration: the points are collinear, a plane is not determined");
+    EXPECT_EQ(fitError(Shape::line3, Method::geom, make(3, {1, 2, 3, 1, 2, 3, 1, 2, 3})),
+              "m.txt: degenerate point configuration: all points coincide, a line is not determined");
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {0, 0, 1, 0, 0, 1})),
+              "m.txt: the circle fit needs at least 4 points, found 3");
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, make(2, {0, 0, 1, 0, 0, 1, 2e60, 1})),
+              "m.txt:4: coordinate beyond +-1e+60, outside the range the double fits can sum");
+    // A nearly straight arc: radius 1e9 over an extent of 2.
+    std::vector<double> arc;
+    for (int i = -5; i <= 5; ++i) arc.insert(arc.end(), {0.2 * i, 1e9 - std::sqrt(1e18 - 0.04 * i * i)});
+    const std::string e = fitError(Shape::circle, Method::lsq, make(2, arc));
+    EXPECT_EQ(e.rfind("m.txt: degenerate point configuration: ", 0), 0u) << e;
+}
+
+TEST(MetrofitApp, ExitCodesAndOneLineErrors) {
+    const std::string pts = "x,y\n1,0\n0,1\n-1,0\n0,-1\n0.6,0.8\n";
+    RunResult r = runTool({"circle", "-"}, pts);
+    EXPECT_EQ(r.rc, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_NE(r.out.find("from <stdin>"), std::string::npos);
+
+    r = runTool({"circle", "-", "--json"}, pts);
+    ASSERT_EQ(r.rc, 0);
+    const nlohmann::json j = nlohmann::json::parse(r.out);
+    EXPECT_NEAR(j["parameters"]["radius"].get<double>(), 1.0, 1e-12);
+    EXPECT_EQ(j["points"], 5);
+
+    r = runTool({"--help"});
+    EXPECT_EQ(r.rc, 0);
+    EXPECT_NE(r.out.find("--method"), std::string::npos);
+
+    const std::vector<std::pair<std::vector<std::string>, int>> failing = {
+        {{"torus", "-"}, 2},       {{"circle"}, 2},
+        {{"circle", "-", "-x"}, 2}, {{"circle", "-", "-m", "geom"}, 2},
+        {{"circle", "-", "--magnify", "0"}, 2}, {{"plane", "-"}, 1},
+        {{"circle", "/nonexistent.csv"}, 1},
+    };
+    for (auto const& f : failing) {
+        r = runTool(f.first, pts);
+        EXPECT_EQ(r.rc, f.second) << f.first[0] << " " << r.err;
+        EXPECT_EQ(r.err.rfind("metrofit: error: ", 0), 0u) << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_EQ(r.out, "");
+    }
+    EXPECT_EQ(oneLine("a\nb\r\n\nc\td\n"), "a; b; c d");
+}
+
+
+TEST(MetrofitApp, LibraryErrorsInUtf8OnOneLine) {
+    // The table holds "\xDCbergebene Matrix ist singul\xE4r." in Windows-1252;
+    // the report shows it in UTF-8, and a chained exception on the same line.
+    const CthrowMath inner(CthrowMath::ERR_SOLVE_MATRIXSINGULAR, "");
+    const CthrowMath outer(inner, CthrowMath::ERR_MATH_INVALID_ARGUMENT, "");
+    const std::string line = libraryErrorLine("circle", outer);
+    EXPECT_EQ(line.rfind("metrofit: error: the circle fit failed: CthrowMath::ERR_MATH_INVALID_ARGUMENT: ", 0), 0u)
+        << line;
+    EXPECT_NE(line.find("Ung\xC3\xBCltiges Argument wurde \xC3\xBC" "bergeben."), std::string::npos) << line;
+    EXPECT_NE(line.find("; <- CthrowMath::ERR_SOLVE_MATRIXSINGULAR: \xC3\x9C" "bergebene Matrix ist singul\xC3\xA4r."),
+              std::string::npos)
+        << line;
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    EXPECT_EQ(line.find('\xFC'), std::string::npos);  // no raw Windows-1252 byte left
+}
