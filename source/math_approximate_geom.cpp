@@ -229,6 +229,12 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& 
     // A(0, 1) == 0 the rotation divides by zero and leaves NaN (documented).
     Cmatrix<T> V;
     CmatrixCalc<T>::getEigenvalue2x2sym(A, V);
+    if (V.m() != 2) {
+        // The rotation refuses a NaN off-diagonal term (non-finite sums) and
+        // leaves V empty: direction and spreads are NaN, as for a zero term.
+        V = Cmatrix<T>(2, 2, quietNaN<T>());
+        A(0, 0) = A(1, 1) = quietNaN<T>();
+    }
     const T e0 = A(0, 0);
     const T e1 = A(1, 1);
     const T nm1 = n - T(1);
@@ -440,7 +446,9 @@ void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane
     double vx = 1.0, vy = 1.0, vz = 1.0;
     double Lprev = 0.0;
     const double eps = static_cast<double>(prm.eps);
-    for (std::uint32_t k = 0;; ++k) {
+    // k is 64-bit so that maxIter = 2^32 - 1 still ends the loop.
+    for (std::uint64_t k = 0;; ++k) {
+        const double px = vx, py = vy, pz = vz;
         for (int r = 0; r < 10; ++r) {
             const double wx = t00 * vx + t01 * vy + t02 * vz;
             const double wy = t01 * vx + t11 * vy + t12 * vz;
@@ -455,6 +463,9 @@ void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane
         vz /= L;
         // maxIter < k: with maxIter = 0 the iterations k = 0 and k = 1 run.
         if (std::fabs(L - Lprev) < eps || prm.maxIter < k) break;
+        // A vector that repeats exactly (or has turned NaN) stays so in every
+        // further iteration: the remaining ones could not change the result.
+        if ((vx == px && vy == py && vz == pz && L == Lprev) || L != L || vx != vx) break;
         Lprev = L;
     }
 
