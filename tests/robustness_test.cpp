@@ -680,6 +680,21 @@ TYPED_TEST(Robust, Primitives2) {
                 }
             }
         EXPECT_FALSE(Crect2<T>().isValid());
+        // Directions: a zero or NaN vector gives the invalid direction.
+        for (T v : sp)
+            for (T w : {T(0), v, T(1)}) {
+                Cdirec2<T> d2(v, w);
+                Cdirec3<T> d3(w, v, w);
+                if (std::isnan(v) || (v == T(0) && w == T(0))) {
+                    EXPECT_FALSE(d2.isValid());
+                    EXPECT_FALSE(d3.isValid());
+                }
+                // The length is computed directly (no scaling): only moderate
+                // magnitudes are guaranteed a unit result.
+                if (d2.isValid() && std::fabs(v) <= T(1) && std::fabs(v) >= T(0.5)) {
+                    EXPECT_NEAR(d2.x * d2.x + d2.y * d2.y, T(1), T(1e-5));
+                }
+            }
         // Bounding boxes.
         CboundingBox2<T> b;
         EXPECT_FALSE(b.isValid());
@@ -1358,6 +1373,23 @@ TYPED_TEST(Robust, FuzzPlanar) {
             geometric<T>::project(l, pts);
             std::vector<T> dd;
             geometric<T>::distance(Cellipse2<T>(Cpoint2<T>(g.val(), g.val()), g.val(), g.val(), g.val()), pts, dd);
+            EXPECT_EQ(dd.size(), pts.size());
+            g_step = "fuzz aoi";
+            Caoi<T> aoi(Crect2<T>(g.val(), g.val(), g.val(), g.val()));
+            aoi.add(poly, it % 3 == 0 ? Caoi<T>::MODE_EXCLUDE : Caoi<T>::MODE_INCLUDE);
+            if (aoi.isValid()) {
+                Cimage img(static_cast<unsigned>(g.count(12)), static_cast<unsigned>(g.count(12)));
+                std::uint64_t cnt = aoi.count(img);
+                EXPECT_LE(cnt, std::uint64_t(img.width()) * img.height());
+                Cimage mk = aoi.mask(img);
+                std::uint64_t set = 0;
+                for (unsigned y = 0; y < mk.height(); ++y)
+                    for (unsigned x = 0; x < mk.width(); ++x) set += mk.at(x, y) == 255;
+                EXPECT_EQ(set, cnt);  // mask and count agree
+                aoi.boundingRect();
+            } else {
+                EXPECT_EQ(attempt("fuzz invalid aoi", [&] { aoi.pointIsIn(Cpoint2<T>()); }), Out::thrown);
+            }
         }
     });
 }
