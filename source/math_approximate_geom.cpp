@@ -182,6 +182,11 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& 
     // entries); V then keeps its NaN start and the line comes out invalid.
     Cmatrix<T> V(2, 2, quietNaN<T>());
     CmatrixCalc<T>::getEigenvalue2x2sym(A, V);
+    if (!(V(0, 0) == V(0, 0))) {
+        // No rotation took place (non-finite sums): the spreads are NaN too,
+        // as for a zero off-diagonal term.
+        A(0, 0) = A(1, 1) = quietNaN<T>();
+    }
     const T e0 = A(0, 0);
     const T e1 = A(1, 1);
     const T nm1 = n - T(1);
@@ -395,6 +400,7 @@ void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane
     const double eps = static_cast<double>(prm.eps);
     // k counts in 64 bits, so that maxIter = 2^32 - 1 still ends.
     for (std::uint64_t k = 0;; ++k) {
+        const double px = vx, py = vy, pz = vz;
         for (int r = 0; r < 10; ++r) {
             const double wx = t00 * vx + t01 * vy + t02 * vz;
             const double wy = t01 * vx + t11 * vy + t12 * vz;
@@ -409,9 +415,11 @@ void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane
         vz /= L;
         // maxIter < k: with maxIter = 0 the iterations k = 0 and k = 1 run.
         if (std::fabs(L - Lprev) < eps || prm.maxIter < k) break;
-        // A zero or non-finite tensor leaves v NaN for good: stop at once (the
-        // result, a NaN normal, is the one the remaining iterations would give).
+        // A zero or non-finite tensor leaves v NaN for good, and a vector that
+        // repeats exactly stays so: the remaining iterations could not change
+        // the result, so stop at once.
         if (!(L > 0.0) || !std::isfinite(L)) break;
+        if (vx == px && vy == py && vz == pz && L == Lprev) break;
         Lprev = L;
     }
 

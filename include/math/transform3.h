@@ -29,6 +29,7 @@ public:
     Cquaternion(Cdirec3<T> const& axis, T angle);
     // The rotation of the orthonormal matrix R (its upper-left 3x3 block; the
     // column count is the row stride, so a 4x4 matrix serves as well).
+    // Fewer than 3 rows or columns: CthrowMath ERR_MATRIX_DIMS.
     explicit Cquaternion(Cmatrix<T> const& R);
     // The same from a plain row-major 3x3 array.
     explicit Cquaternion(T const (&R)[3][3]);
