@@ -115,8 +115,8 @@ METROMATH_ALWAYS_INLINE void productKernel(const T* A, const T* B, T* C, unsigne
     const bool pack = static_cast<std::size_t>(n) * p * sizeof(T) > 16384 && m > 2 * MR;
     std::vector<T> packed(pack ? KC * NR : 0);
     T* buf = packed.data();
-    for (unsigned k0 = 0; k0 < n; k0 += KC) {
-        const unsigned kc = std::min(KC, n - k0);
+    for (unsigned k0 = 0, kc = 0; k0 < n; k0 += kc) {  // k0 + kc <= n: no wrap
+        kc = std::min(KC, n - k0);
         const bool first = k0 == 0;
         const T* a = A + k0;
         const T* bk = B + static_cast<std::size_t>(k0) * p;
@@ -184,6 +184,9 @@ ProductFn<T> selectProduct() {
 
 template <class T>
 void product(const T* A, const T* B, T* C, unsigned m, unsigned n, unsigned p) {
+    // An empty result has nothing to compute, however long its inner sums
+    // would be (0 x (2^32 - 1) times (2^32 - 1) x 0 must not walk k).
+    if (m == 0 || p == 0) return;
     if (m == 3 && n == 3 && p == 3) {
         // Fully unrolled 3 x 3: the same sums, written out.
         for (unsigned i = 0; i < 3; ++i) {
@@ -254,6 +257,10 @@ template <class T>
 void transpose(const T* __restrict src, T* __restrict dst, unsigned m, unsigned n) {
     constexpr unsigned TB = 128 / sizeof(T);
     constexpr unsigned W = TransposeBlock<T>::W;
+    // No element: the tile loops below would step i0 past a huge m (an empty
+    // (2^32 - 1) x 0 matrix) and wrap around.  Any matrix with elements has
+    // both dimensions far below 2^32 - TB.
+    if (m == 0 || n == 0) return;
     for (unsigned i0 = 0; i0 < m; i0 += TB) {
         const unsigned i1 = std::min(m, i0 + TB);
         for (unsigned j0 = 0; j0 < n; j0 += TB) {
@@ -353,8 +360,8 @@ Cmatrix<T> Cmatrix<T>::operator-(Cmatrix const& b) const {
 
 template <class T>
 Cmatrix<T>& Cmatrix<T>::operator+=(Cmatrix const& b) {
-    T* __restrict a = this->data();
-    const T* __restrict q = b.data();
+    T* a = this->data();
+    const T* q = b.data();  // may be this matrix itself (M += M): no restrict
     const std::size_t cnt = this->size();
     for (std::size_t k = 0; k < cnt; ++k) a[k] += q[k];
     return *this;
@@ -362,8 +369,8 @@ Cmatrix<T>& Cmatrix<T>::operator+=(Cmatrix const& b) {
 
 template <class T>
 Cmatrix<T>& Cmatrix<T>::operator-=(Cmatrix const& b) {
-    T* __restrict a = this->data();
-    const T* __restrict q = b.data();
+    T* a = this->data();
+    const T* q = b.data();  // may be this matrix itself (M -= M): no restrict
     const std::size_t cnt = this->size();
     for (std::size_t k = 0; k < cnt; ++k) a[k] -= q[k];
     return *this;

@@ -119,6 +119,7 @@ T Csolver_le<T>::deviation(Cmatrix<T> const& A, Cmatrix<T> const& X, Cmatrix<T> 
     if (A.n() != X.m() || A.m() < B.m() || X.n() < B.n()) return quietNaN<T>();
     const unsigned inner = A.n();
     T sum = T(0);
+    if (B.n() == 0) return sum;  // no element, however many rows B has
     for (unsigned i = 0; i < B.m(); ++i) {
         const T* a = A.getRow(i);
         for (unsigned j = 0; j < B.n(); ++j) {

@@ -126,7 +126,7 @@ void Csolver_svd<T>::decompose() {
 
     // Columns of M as rows of G.
     Cmatrix<T> G(r, p);
-    if (tall) {
+    if (tall && r != 0) {  // r = 0: no column to copy, however many rows
         for (unsigned i = 0; i < m; ++i) {
             const T* a = A.getRow(i);
             for (unsigned k = 0; k < n; ++k) G(k, i) = a[k];

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <memory>
 #include <string>
 #include <vector>
@@ -220,5 +222,50 @@ TEST(Errors, TrackedAllocatorCountsAndRefusesImpossibleSizes) {
         EXPECT_EQ(e.id(), CthrowBase::ERR_CORE_NOMEMORY);
         EXPECT_EQ(e.arguments(), std::vector<std::string>{"4294967295"});
     }
+    EXPECT_EQ(core::memTracker_liveBlocks(), blocks);
+}
+
+// ---------------------------------------------------------------------------
+// Copying a chained exception when memory runs out.
+// ---------------------------------------------------------------------------
+
+namespace {
+// Global allocations fail while armed (the tracked allocator is not affected).
+bool g_failNew = false;
+}  // namespace
+
+void* operator new(std::size_t size) {
+    if (g_failNew) throw std::bad_alloc();
+    if (void* p = std::malloc(size ? size : 1)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+// The copy of a chained exception clones the previous one into tracked memory;
+// when a later part of the copy (the argument list) cannot be allocated, that
+// clone must be returned, not leaked.
+TEST(Errors, FailedCopyOfAChainedExceptionLeaksNothing) {
+    CthrowMath inner(CthrowMath::ERR_SOLVE_MATRIXSINGULAR, "");
+    CthrowMath outer(inner, CthrowMath::ERR_MATH_FUNCNOTIMPL, "");
+    outer << "an argument long enough to need the heap, whatever the small-string buffer";
+    const auto blocks = core::memTracker_liveBlocks();
+    g_failNew = true;
+    bool thrown = false;
+    try {
+        CthrowMath copy(outer);
+    } catch (std::bad_alloc const&) {
+        thrown = true;
+    }
+    g_failNew = false;
+    EXPECT_TRUE(thrown);
+    EXPECT_EQ(core::memTracker_liveBlocks(), blocks);
+    // Chained construction itself: the clone is the last thing it takes.
+    g_failNew = true;
+    try {
+        CthrowMath chained(outer, CthrowMath::ERR_MATRIX_DIMS, "");
+    } catch (std::bad_alloc const&) {
+    }
+    g_failNew = false;
     EXPECT_EQ(core::memTracker_liveBlocks(), blocks);
 }

@@ -210,3 +210,63 @@ TEST(Matrix, ImpossibleSizeFailsThroughTheTrackedAllocator) {
     EXPECT_EQ(a(1, 1), 1.0);
     EXPECT_EQ(core::memTracker_liveBlocks(), blocks + 1);
 }
+
+// Empty matrices may carry a huge count in their other dimension (a damaged
+// stream header reads "0 -1" as 0 x 4294967295).  Products and transposes of
+// such shapes hold no element and must end at once: a blocked loop that steps
+// its index past the dimension would wrap around 2^32 and never stop.
+TYPED_TEST(MatrixTyped, EmptyShapesWithHugeCountsEndAtOnce) {
+    using T = TypeParam;
+    const unsigned huge = 0xFFFFFFFFu;
+    const Cmatrix<T> wide(0, huge), tall(huge, 0);
+    const Cmatrix<T> p = wide * tall;  // inner length 2^32 - 1, no term to add
+    EXPECT_EQ(p.m(), 0u);
+    EXPECT_EQ(p.n(), 0u);
+    const Cmatrix<T> q = tall * Cmatrix<T>(0, 0);
+    EXPECT_EQ(q.m(), huge);
+    EXPECT_EQ(q.n(), 0u);
+    Cmatrix<T> r = wide;
+    r *= tall;
+    EXPECT_EQ(r.size(), 0u);
+    for (unsigned rows : {huge, huge - 1, huge - 15, 0xFFFFFFF0u}) {
+        const Cmatrix<T> t = Cmatrix<T>(rows, 0).transp();
+        EXPECT_EQ(t.m(), 0u);
+        EXPECT_EQ(t.n(), rows);
+        const Cmatrix<T> back = t.transp();
+        EXPECT_EQ(back.m(), rows);
+        EXPECT_EQ(back.n(), 0u);
+    }
+    // A non-empty result of that shape cannot be allocated: reported, no hang.
+    EXPECT_THROW(Cmatrix<T>(2, 0) * Cmatrix<T>(0, huge), CthrowBase);
+}
+
+// Shapes that reach the blocked paths of the product (inner length beyond one
+// block of 256 terms, B strips packed for large B) keep the textbook order
+// for every element; and a matrix may be added to or subtracted from itself.
+TYPED_TEST(MatrixTyped, BlockedProductAndSelfUpdate) {
+    using T = TypeParam;
+    std::mt19937 rng(41);
+    for (unsigned m : {1u, 13u}) {
+        for (unsigned n : {255u, 256u, 257u, 600u}) {
+            for (unsigned p : {3u, 40u}) {
+                const Cmatrix<T> a = randomMatrix<T>(m, n, rng), b = randomMatrix<T>(n, p, rng);
+                const Cmatrix<T> c = a * b;
+                for (unsigned i = 0; i < m; ++i)
+                    for (unsigned j = 0; j < p; ++j) {
+                        volatile T sum = 0;
+                        for (unsigned k = 0; k < n; ++k) {
+                            volatile T prod = a(i, k) * b(k, j);
+                            sum = sum + prod;
+                        }
+                        ASSERT_EQ(c(i, j), sum) << m << "x" << n << "x" << p;
+                    }
+            }
+        }
+    }
+    Cmatrix<T> s = randomMatrix<T>(9, 11, rng);
+    const Cmatrix<T> s0 = s;
+    s += s;
+    for (unsigned k = 0; k < s.size(); ++k) EXPECT_EQ(s.getBase()[k], s0.getBase()[k] + s0.getBase()[k]);
+    s -= s;
+    for (T x : s) EXPECT_EQ(x, T(0));
+}

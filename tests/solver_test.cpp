@@ -7,6 +7,7 @@
 
 #include <Eigen/Dense>
 
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <random>
@@ -724,4 +725,38 @@ TYPED_TEST(SolverTyped, SvdFitUsage) {
     EXPECT_EQ(copy.getSingularValues().size(), 1u);
     EXPECT_EQ(copy.getSingularValues()[0], T(2));
     EXPECT_EQ(copy.solve(std::vector<T>{4})(0, 0), T(-2));
+}
+
+// Empty systems whose other dimension is huge (0 x (2^32 - 1) or the reverse,
+// as a damaged stream header can produce) hold no element: the solvers and
+// the residual measure answer at once instead of walking 2^32 empty rows.
+TYPED_TEST(SolverTyped, EmptyShapesWithHugeCountsAnswerAtOnce) {
+    using T = TypeParam;
+    const unsigned huge = 0xFFFFFFFFu;
+    const auto t0 = std::chrono::steady_clock::now();
+    math::Csolver_GaussJordan<T> gj;
+    EXPECT_EQ(gj.deviation(Cmatrix<T>(huge, 0), Cmatrix<T>(0, 0), Cmatrix<T>(huge, 0)), T(0));
+    EXPECT_EQ(gj.deviation(Cmatrix<T>(huge, 0), Cmatrix<T>(0, 2), Cmatrix<T>(huge, 0)), T(0));
+    EXPECT_TRUE(std::isnan(gj.deviation(Cmatrix<T>(huge, 0), Cmatrix<T>(1, 1), Cmatrix<T>(huge, 0))));
+
+    math::Csolver_svd<T> tall;
+    tall.setMatrix(Cmatrix<T>(huge, 0));
+    EXPECT_TRUE(tall.getSingularValues().empty());
+    EXPECT_EQ(tall.getRank(), 0u);
+    const Cmatrix<T> x = tall.solve(Cmatrix<T>(huge, 0));
+    EXPECT_EQ(x.m(), 0u);
+    EXPECT_EQ(x.n(), 0u);
+    math::Csolver_svd<T> wide;
+    wide.setMatrix(Cmatrix<T>(0, huge));
+    EXPECT_EQ(wide.getV().m(), huge);
+    // A solution with columns would need (2^32 - 1)·k elements: refused.
+    EXPECT_THROW(wide.solve(Cmatrix<T>(0, 1)), CthrowBase);
+
+    // Not square: reported as such, without touching the rows.
+    expectMathError([&] { gj.setMatrix(Cmatrix<T>(huge, 0)), gj.solve(Cmatrix<T>(huge, 0)); },
+                    CthrowMath::ERR_MATRIX_NOTSQUARE);
+    math::Csolver_luDecomp<T> lu;
+    expectMathError([&] { lu.setMatrix(Cmatrix<T>(0, huge)); }, CthrowMath::ERR_MATRIX_NOTSQUARE);
+    // Generous bound: every call above is constant work.
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 5.0);
 }

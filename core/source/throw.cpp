@@ -31,11 +31,18 @@ CthrowBase::CthrowBase(int id, std::string const& info)
 CthrowBase::CthrowBase(std::string const& file, int line, std::string const& info)
     : m_id(ERR_CORE_NONE), m_info(info), m_file(file), m_line(line), m_previous(nullptr) {}
 
+// The previous exception is cloned in the body, after every member exists:
+// should a member's allocation fail, no clone has been taken yet, and should
+// the clone fail, the members are destroyed as usual.  Nothing leaks.
 CthrowBase::CthrowBase(CthrowBase const& previous, int id, std::string const& info)
-    : m_id(id), m_info(info), m_line(0), m_previous(previous.clone()) {}
+    : m_id(id), m_info(info), m_line(0), m_previous(nullptr) {
+    m_previous = previous.clone();
+}
 
 CthrowBase::CthrowBase(CthrowBase const& previous, std::string const& file, int line, std::string const& info)
-    : m_id(ERR_CORE_NONE), m_info(info), m_file(file), m_line(line), m_previous(previous.clone()) {}
+    : m_id(ERR_CORE_NONE), m_info(info), m_file(file), m_line(line), m_previous(nullptr) {
+    m_previous = previous.clone();
+}
 
 CthrowBase::CthrowBase(CthrowBase const& o)
     : std::exception(o),
@@ -44,8 +51,10 @@ CthrowBase::CthrowBase(CthrowBase const& o)
       m_info(o.m_info),
       m_file(o.m_file),
       m_line(o.m_line),
-      m_previous(cloneOf(o.m_previous)),
-      m_args(o.m_args) {}
+      m_previous(nullptr),
+      m_args(o.m_args) {
+    m_previous = cloneOf(o.m_previous);
+}
 
 CthrowBase& CthrowBase::operator=(CthrowBase const& o) {
     if (this == &o) return *this;
