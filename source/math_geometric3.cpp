@@ -484,6 +484,8 @@ bool geometric<T>::intersect(std::vector<Cline3<T>> const& lines, Cpoint3<T>& s,
 
     double x[3];
     solve3(A, b, det3(A), x);
+    // A NaN or infinite line point gives no finite solution.
+    if (!(std::isfinite(x[0] + m[0]) && std::isfinite(x[1] + m[1]) && std::isfinite(x[2] + m[2]))) return false;
 
     double sum = 0.0;
     for (Cline3<T> const& l : lines) {

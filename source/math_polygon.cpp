@@ -423,6 +423,11 @@ Cpolygon2<T> Cpolygon2<T>::simplifiedTo(unsigned int n) const {
     // of the list wins a tie, as in a scan that replaces its candidate only on
     // a strictly smaller area.  Entries made stale by a neighbour's removal are
     // recognised by their version stamp and skipped.
+    //
+    // NaN areas (a NaN vertex or neighbour) follow the same scan: a NaN never
+    // replaces the candidate, so it ranks behind every number in the heap; but
+    // when the first vertex of the list has a NaN area nothing replaces it,
+    // and it is removed before the heap is consulted.
     std::vector<std::size_t> prev(size), next(size);
     std::vector<unsigned> version(size, 0u);
     std::vector<char> alive(size, 1);
@@ -438,7 +443,10 @@ Cpolygon2<T> Cpolygon2<T>::simplifiedTo(unsigned int n) const {
     // std::priority_queue is a max-heap: "less" means larger area, or equal
     // area and later position.
     const auto later = [](Entry const& a, Entry const& b) {
-        return a.area > b.area || (a.area == b.area && a.index > b.index);
+        const bool an = !(a.area == a.area), bn = !(b.area == b.area);
+        if (an != bn) return an;
+        if (!an && a.area != b.area) return a.area > b.area;
+        return a.index > b.index;
     };
     std::priority_queue<Entry, std::vector<Entry>, decltype(later)> heap(later);
     const auto areaOf = [&](std::size_t i) {
@@ -447,14 +455,22 @@ Cpolygon2<T> Cpolygon2<T>::simplifiedTo(unsigned int n) const {
     for (std::size_t i = 0; i < size; ++i) heap.push(Entry{areaOf(i), i, 0u});
 
     std::size_t count = size;
+    std::size_t head = 0;  // the first vertex of the list (smallest live position)
     while (count > n) {
-        const Entry e = heap.top();
-        heap.pop();
-        if (e.version != version[e.index]) continue;
-        const std::size_t i = e.index;
+        std::size_t i;
+        const T headArea = areaOf(head);
+        if (!(headArea == headArea)) {
+            i = head;
+        } else {
+            const Entry e = heap.top();
+            heap.pop();
+            if (e.version != version[e.index]) continue;
+            i = e.index;
+        }
         const std::size_t a = prev[i], c = next[i];
         next[a] = c;
         prev[c] = a;
+        if (i == head) head = c;
         alive[i] = 0;
         ++version[i];  // all its entries are stale now
         --count;

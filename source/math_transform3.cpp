@@ -1,6 +1,7 @@
+#include <math/errors.h>
 #include <math/transform3.h>
 
-#include <math/errors.h>
+#include <string>
 
 #include <cmath>
 
@@ -49,9 +50,9 @@ void quatFromMatrix(T R00, T R01, T R02, T R10, T R11, T R12, T R20, T R21, T R2
 
 template <class T>
 Cquaternion<T>::Cquaternion(Cmatrix<T> const& R) {
-    // The upper-left 3x3 block must exist: a smaller matrix would be read
-    // past the end of its storage.
-    if (R.m() < 3 || R.n() < 3) throw CthrowMath(CthrowMath::ERR_MATRIX_DIMS, "");
+    // The rotation is the upper-left 3x3 block; a smaller matrix has none.
+    if (R.m() < 3 || R.n() < 3)
+        throw CthrowMath(CthrowMath::ERR_MATRIX_DIMS, "") << std::to_string(R.m()) << std::to_string(R.n());
     const T* r = R.getBase();
     const unsigned n = R.n();
     quatFromMatrix(r[0], r[1], r[2], r[n], r[n + 1], r[n + 2], r[2 * n], r[2 * n + 1], r[2 * n + 2], *this);

@@ -551,6 +551,16 @@ TYPED_TEST(Geometric3, LeastSquaresIntersectionOfLines) {
     EXPECT_EQ(rms, T(-1));
     lines.push_back(Cline3<T>(Cpoint3<T>(0, 0, 1), Cdirec3<T>(0, 0, 0, true)));
     EXPECT_FALSE(geometric<T>::intersect(lines, s, rms));
+    // A NaN or infinite line point leaves no finite solution: false, outputs
+    // untouched (not true with a NaN point).
+    const T bad[] = {std::numeric_limits<T>::quiet_NaN(), std::numeric_limits<T>::infinity()};
+    for (T b : bad) {
+        lines = {Cline3<T>(Cpoint3<T>(b, 0, 0), Cdirec3<T>(1, 0, 0, true)),
+                 Cline3<T>(Cpoint3<T>(0, 1, 1), Cdirec3<T>(0, 1, 0, true))};
+        EXPECT_FALSE(geometric<T>::intersect(lines, s, rms));
+        EXPECT_EQ(s, Cpoint3<T>(9, 9, 9));
+        EXPECT_EQ(rms, T(-1));
+    }
     // Two lines at a clear angle meet in their closest points' midpoint.
     lines = {Cline3<T>(Cpoint3<T>(0, 0, 0), Cdirec3<T>(1, 0, 0, true)),
              Cline3<T>(Cpoint3<T>(0, 1, 1), Cdirec3<T>(0, 1, 0, true))};

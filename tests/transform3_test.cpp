@@ -1,3 +1,4 @@
+#include <math/errors.h>
 #include <math/transform3.h>
 
 #include <Eigen/Dense>
@@ -6,6 +7,8 @@
 
 #include <cmath>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 using namespace math;
@@ -58,6 +61,19 @@ TYPED_TEST(Transform3, QuaternionMatrixConvention) {
     EXPECT_EQ(R[1][1], T(-1));  // 1 - 2*4 = -7, clamped
     EXPECT_EQ(R[2][2], T(-1));
     EXPECT_EQ(R[0][0], T(1));
+
+    // A matrix without a full 3x3 block has no rotation to read: the shape
+    // error names its dimensions, nothing is read beyond the storage.
+    for (auto mn : {std::pair<unsigned, unsigned>{0, 0}, {2, 2}, {3, 2}, {2, 3}, {1, 9}}) {
+        const Cmatrix<T> small(mn.first, mn.second);
+        try {
+            const Cquaternion<T> q(small);
+            ADD_FAILURE() << "no error for " << mn.first << "x" << mn.second << " " << q.w;
+        } catch (CthrowMath const& e) {
+            EXPECT_EQ(e.id(), int(CthrowMath::ERR_MATRIX_DIMS));
+            EXPECT_EQ(e.arguments(), (std::vector<std::string>{std::to_string(mn.first), std::to_string(mn.second)}));
+        }
+    }
 
     Cmatrix<T> M;
     Cquaternion<T>(0, 0, 0, 1).getRotMatrix(M);

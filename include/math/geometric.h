@@ -134,7 +134,8 @@ public:
     // Least-squares intersection of lines: the point minimising the sum of
     // the squared distances from the lines; rms receives the root mean square
     // of those distances.  false (outputs untouched) for fewer than two lines,
-    // a zero or NaN direction, or lines that are parallel within eps_p.
+    // a zero or NaN direction, lines that are parallel within eps_p, or a
+    // solution that is not finite (a NaN or infinite line point).
     static bool intersect(std::vector<Cline3<T>> const& lines, Cpoint3<T>& s, T& rms);
     // Least-squares intersection of spheres through their radical planes; the
     // flag picks one of the two mirror solutions when the centres are coplanar

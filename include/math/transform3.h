@@ -28,8 +28,9 @@ public:
     // The rotation by `angle` (radians, right-handed) about the unit axis.
     Cquaternion(Cdirec3<T> const& axis, T angle);
     // The rotation of the orthonormal matrix R (its upper-left 3x3 block; the
-    // column count is the row stride, so a 4x4 matrix serves as well).
-    // Fewer than 3 rows or columns: CthrowMath ERR_MATRIX_DIMS.
+    // column count is the row stride, so a 4x4 matrix serves as well).  A
+    // matrix with fewer than 3 rows or columns throws CthrowMath
+    // ERR_MATRIX_DIMS with the row and column count.
     explicit Cquaternion(Cmatrix<T> const& R);
     // The same from a plain row-major 3x3 array.
     explicit Cquaternion(T const (&R)[3][3]);
