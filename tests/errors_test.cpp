@@ -234,13 +234,15 @@ namespace {
 bool g_failNew = false;
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined: GCC would otherwise pair the inlined malloc/free with the
+// new-expressions of the tests and warn about mismatched allocation functions.
+__attribute__((noinline)) void* operator new(std::size_t size) {
     if (g_failNew) throw std::bad_alloc();
     if (void* p = std::malloc(size ? size : 1)) return p;
     throw std::bad_alloc();
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 // The copy of a chained exception clones the previous one into tracked memory;
 // when a later part of the copy (the argument list) cannot be allocated, that
