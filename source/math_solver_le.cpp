@@ -78,6 +78,8 @@ Cmatrix<T> Csolver_le<T>::solve(std::vector<T> const& b) {
     if (b.empty()) {
         m_B.resize(0, 0);
     } else {
+        // Matrix dimensions are 32-bit: a longer vector cannot be a right-hand side.
+        if (b.size() > 0xFFFFFFFFu) throw CthrowMath(CthrowMath::ERR_MATH_INVALID_ARGUMENT, "");
         const unsigned m = static_cast<unsigned>(b.size());
         if (m_B.m() != m || m_B.n() != 1) m_B.resize(m, 1);
         std::copy(b.begin(), b.end(), m_B.begin());
