@@ -72,11 +72,20 @@ public:
     // implicit QL with Wilkinson shift (DiagTri), sorting (sortDiagonal).
     // Not square: no effect.  The sweep limit of DiagTri throws int 0.
     static void getEigenvalue(Cmatrix<T>& A, Cmatrix<T>& V);
-    // One plane rotation of a 2×2 symmetric A (|A01 − A10| < 2^-52); see the
-    // implementation for the exact formulas.  Other shapes: no effect.
+    // One plane rotation of a 2×2 symmetric A (|A01 − A10| < 2^-52, also for
+    // float); other shapes: no effect.  With a = A00, b = A01, d = A11:
+    //   λ = (a + d)·0.5 + √((a − d)²·0.25 + b²),  t = −(a − λ)/b,
+    //   c = 1/√(t² + 1),  s = t·c,  V = ((c, s), (−s, c)),
+    // and A is replaced by the rotated matrix (A00 = λ up to rounding).  b = 0
+    // divides by zero and leaves NaN in V and A; the identity that V receives
+    // first when |b| < 2^-52 is always overwritten.
     static void getEigenvalue2x2sym(Cmatrix<T>& A, Cmatrix<T>& V);
     // Householder reduction of a symmetric A to tridiagonal form T = Qᵀ·A·Q;
-    // V = Qᵀ (rows of V are the columns of Q).  Not square: no effect.
+    // V = Qᵀ (rows of V are the columns of Q).  A ends tridiagonal (both
+    // off-diagonals stored, zeros elsewhere).  The reflection of column k is
+    // skipped when the squared length of A(k+1.., k) is 0 or does not exceed
+    // 2^-52·max|A(i, j)|² (relative to the matrix's own scale); its entries
+    // below the subdiagonal are then set to 0.  Not square: no effect.
     static void QR_TriDiag(Cmatrix<T>& A, Cmatrix<T>& V);
     // Implicit QL with Wilkinson shift on the tridiagonal A (diagonal and
     // superdiagonal are read); rotations act on rows of V.  Afterwards A is
