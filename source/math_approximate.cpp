@@ -24,13 +24,7 @@ namespace math {
 namespace {
 
 using approx_detail::blockedSums;
-
-// The invalid line of the too-few-points path: NaN in all four coordinates.
-template <class T>
-void setNaNLine(Cline2<T>& line) {
-    const T nan = quietNaN<T>();
-    line = Cline2<T>(Cpoint2<T>(nan, nan), Cdirec2<T>(nan, nan, true));
-}
+using approx_detail::setNaNLine;
 
 // The invalid circle of the too-few-points path: centre and radius NaN.
 template <class T>

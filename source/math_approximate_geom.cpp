@@ -24,18 +24,7 @@ namespace math {
 namespace {
 
 using approx_detail::blockedSums;
-
-template <class T>
-void setNaNLine(Cline2<T>& line) {
-    const T nan = quietNaN<T>();
-    line = Cline2<T>(Cpoint2<T>(nan, nan), Cdirec2<T>(nan, nan, true));
-}
-
-template <class T>
-void setNaNLine(Cline3<T>& line) {
-    const T nan = quietNaN<T>();
-    line = Cline3<T>(Cpoint3<T>(nan, nan, nan), Cdirec3<T>(nan, nan, nan, true));
-}
+using approx_detail::setNaNLine;
 
 template <class T>
 void setNaNPlane(Cplane3<T>& plane) {

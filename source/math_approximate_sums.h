@@ -23,6 +23,8 @@
 #define MATH_APPROXIMATE_SUMS_H
 
 #include <math/point.h>
+#include <math/primitives2.h>
+#include <math/primitives3.h>
 
 #include <algorithm>
 #include <cmath>
@@ -32,6 +34,20 @@
 
 namespace math {
 namespace approx_detail {
+
+// The invalid lines written by the fits for too few points: NaN in every
+// coordinate of point and direction.
+template <class T>
+void setNaNLine(Cline2<T>& line) {
+    const T nan = quietNaN<T>();
+    line = Cline2<T>(Cpoint2<T>(nan, nan), Cdirec2<T>(nan, nan, true));
+}
+
+template <class T>
+void setNaNLine(Cline3<T>& line) {
+    const T nan = quietNaN<T>();
+    line = Cline3<T>(Cpoint3<T>(nan, nan, nan), Cdirec3<T>(nan, nan, nan, true));
+}
 
 constexpr std::size_t kSumBlock = 1024;
 

@@ -3,6 +3,8 @@
 // primitives of synthetic measurement data, and hand-run power iterations.
 #include <math/approximate.h>
 
+#include "approximate_test_util.h"
+
 #include <gtest/gtest.h>
 
 #include <Eigen/Dense>
@@ -15,25 +17,9 @@
 #include <vector>
 
 using namespace math;
+using namespace approx_test;
 
 namespace {
-
-template <class T>
-using V2 = std::vector<Cpoint2<T>>;
-template <class T>
-using V3 = std::vector<Cpoint3<T>>;
-
-template <class T>
-T tolOf(double forDouble, double forFloat) {
-    return static_cast<T>(std::is_same<T, double>::value ? forDouble : forFloat);
-}
-
-template <class T>
-V2<T> pts2(std::initializer_list<std::pair<double, double>> l) {
-    V2<T> v;
-    for (auto const& p : l) v.emplace_back(static_cast<T>(p.first), static_cast<T>(p.second));
-    return v;
-}
 
 // |sin| of the angle between two directions (0 when parallel or antiparallel).
 double sinAngle2(double ax, double ay, double bx, double by) {
@@ -100,13 +86,6 @@ V3<T> noisyLine3(std::mt19937_64& rng, std::size_t n, Eigen::Vector3d const& c, 
         p = Cpoint3<T>(static_cast<T>(q.x() + e(rng)), static_cast<T>(q.y() + e(rng)), static_cast<T>(q.z() + e(rng)));
     }
     return v;
-}
-
-// Scientific notation for the accuracy figures recorded in the test report.
-std::string sci(double v) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%.3g", v);
-    return buf;
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 // deviation formulas, and the true primitives of synthetic measurement data.
 #include <math/approximate.h>
 
+#include "approximate_test_util.h"
+
 #include <gtest/gtest.h>
 
 #include <Eigen/Dense>
@@ -16,26 +18,9 @@
 #include <vector>
 
 using namespace math;
+using namespace approx_test;
 
 namespace {
-
-template <class T>
-using V2 = std::vector<Cpoint2<T>>;
-template <class T>
-using V3 = std::vector<Cpoint3<T>>;
-
-// Tolerance by type: the first value for double, the second for float.
-template <class T>
-T tolOf(double forDouble, double forFloat) {
-    return static_cast<T>(std::is_same<T, double>::value ? forDouble : forFloat);
-}
-
-template <class T>
-V2<T> pts2(std::initializer_list<std::pair<double, double>> l) {
-    V2<T> v;
-    for (auto const& p : l) v.emplace_back(static_cast<T>(p.first), static_cast<T>(p.second));
-    return v;
-}
 
 // Points of the line p0 + t*(cos a, sin a), t uniform in [-len/2, len/2],
 // displaced across the line by Gaussian noise sigma.
@@ -117,13 +102,6 @@ void geometricCircle(V2<double> const& pts, double& cx, double& cy, double& r) {
         r += step[2];
         if (step.norm() < 1e-14) break;
     }
-}
-
-// Scientific notation for the accuracy figures recorded in the test report.
-std::string sci(double v) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%.3g", v);
-    return buf;
 }
 
 }  // namespace

@@ -1,0 +1,44 @@
+// Helpers shared by the tests of the fits: point-vector shorthands, the
+// per-type tolerance and a compact number format for recorded figures.
+#ifndef METROMATH_TESTS_APPROXIMATE_TEST_UTIL_H
+#define METROMATH_TESTS_APPROXIMATE_TEST_UTIL_H
+
+#include <math/point.h>
+
+#include <cstdio>
+#include <initializer_list>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace approx_test {
+
+template <class T>
+using V2 = std::vector<math::Cpoint2<T>>;
+template <class T>
+using V3 = std::vector<math::Cpoint3<T>>;
+
+// Tolerance by type: the first value for double, the second for float.
+template <class T>
+T tolOf(double forDouble, double forFloat) {
+    return static_cast<T>(std::is_same<T, double>::value ? forDouble : forFloat);
+}
+
+template <class T>
+V2<T> pts2(std::initializer_list<std::pair<double, double>> l) {
+    V2<T> v;
+    for (auto const& p : l) v.emplace_back(static_cast<T>(p.first), static_cast<T>(p.second));
+    return v;
+}
+
+// Scientific notation for the accuracy figures recorded in the test report.
+inline std::string sci(double v) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.3g", v);
+    return buf;
+}
+
+}  // namespace approx_test
+
+#endif
