@@ -128,6 +128,26 @@ struct CqPlaneGeomFast {
     CqPlaneGeomFast(std::uint32_t maxIter_, T eps_) : maxIter(maxIter_), eps(eps_) {}
 };
 
+// Parameters of the iterative geometric fits (fitCircleGeom, fitSphereGeom,
+// fitCylinderGeom, fitEllipseGeom, fitEllipseGeomLM and their Rfix forms),
+// read only.  The fits work on data translated to the centroid and scaled by
+// the RMS distance from it, so the tolerances below are relative and do not
+// depend on where the points lie or on the unit of length.
+//  - maxIter: iteration limit; a fit that has not met a tolerance by then is
+//    returned invalid with converged == false in its record.
+//  - relStepTol: converged when every step component is below
+//    relStepTol * (relStepTol + |parameter|) in the normalised coordinates.
+//  - gradTol: converged when |J^T r|_inf <= gradTol * (|r|^2 + gradTol).
+//  - initDamping: Levenberg-Marquardt damping at the start, relative to the
+//    largest diagonal element of J^T J (Gauss-Newton fits ignore it).
+template <class T>
+struct CqGeomFitPrm {
+    std::uint32_t maxIter = 100u;
+    T relStepTol = sizeof(T) == sizeof(float) ? T(1e-6) : T(1e-13);
+    T gradTol = sizeof(T) == sizeof(float) ? T(1e-6) : T(1e-14);
+    T initDamping = T(1e-3);
+};
+
 // Static fitting functions; the class holds no state.
 template <class T>
 class METROMATH_API approximate {
