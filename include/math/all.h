@@ -5,6 +5,7 @@
 #include <math/aoi.h>
 #include <math/approximate.h>
 #include <math/basevec.h>
+#include <math/basic_algo.h>
 #include <math/convex_hull.h>
 #include <math/errors.h>
 #include <math/geometric.h>
