@@ -16,19 +16,21 @@ bool isNan(T x) {
     return x != x;
 }
 
-// Copies the numbers of [first, last) to the front of `w` (resized to the
-// element count) in one branch-free pass and returns how many there are; the
-// slots behind them hold no meaningful values.
+// Copies [first, last) into `w`, moves the NaNs behind the numbers and
+// returns how many numbers there are.  The NaN test rides along the copy, so
+// NaN-free input costs one pass.
 template <class T, class It>
 std::size_t copyNumbers(It first, It last, std::size_t n, std::vector<T>& w) {
     w.resize(n);
-    std::size_t cnt = 0;
-    for (; first != last; ++first) {
+    T* out = w.data();
+    unsigned anyNan = 0;
+    for (std::size_t i = 0; i < n; ++i, ++first) {
         const T x = *first;
-        w[cnt] = x;
-        cnt += static_cast<std::size_t>(x == x);
+        out[i] = x;
+        anyNan |= static_cast<unsigned>(x != x);
     }
-    return cnt;
+    if (!anyNan) return n;
+    return static_cast<std::size_t>(std::partition(w.begin(), w.end(), [](T x) { return x == x; }) - w.begin());
 }
 
 // The k-th (1-based) value in the NaN-last order of [first, last), 1 ≤ k ≤ n.
@@ -38,10 +40,7 @@ template <class T, class It>
 T selectKth(It first, It last, std::size_t n, std::size_t k) {
     std::vector<T> w;
     const std::size_t cnt = copyNumbers<T>(first, last, n, w);
-    if (k > cnt) {
-        for (; first != last; ++first)
-            if (isNan(*first)) return *first;
-    }
+    if (k > cnt) return w[k - 1];  // a NaN
     std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(k - 1),
                      w.begin() + static_cast<std::ptrdiff_t>(cnt));
     return w[k - 1];
