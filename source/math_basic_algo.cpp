@@ -16,11 +16,11 @@ bool isNan(T x) {
     return x != x;
 }
 
-// Copies [first, last) into `w`, moves the NaNs behind the numbers and
-// returns how many numbers there are.  The NaN test rides along the copy, so
+// Copies the n values from `first` into `w`, moves the NaNs behind the
+// numbers and returns how many numbers there are.  The NaN test rides along the copy, so
 // NaN-free input costs one pass.
 template <class T, class It>
-std::size_t copyNumbers(It first, It last, std::size_t n, std::vector<T>& w) {
+std::size_t copyNumbers(It first, std::size_t n, std::vector<T>& w) {
     w.resize(n);
     T* out = w.data();
     unsigned anyNan = 0;
@@ -33,13 +33,14 @@ std::size_t copyNumbers(It first, It last, std::size_t n, std::vector<T>& w) {
     return static_cast<std::size_t>(std::partition(w.begin(), w.end(), [](T x) { return x == x; }) - w.begin());
 }
 
-// The k-th (1-based) value in the NaN-last order of [first, last), 1 ≤ k ≤ n.
+// The k-th (1-based) value in the NaN-last order of the n values from
+// `first`, 1 ≤ k ≤ n.
 // Numbers are selected with std::nth_element (introselect: iterative, heap
 // fallback, O(n)); a k past the numbers is one of the NaNs.
 template <class T, class It>
-T selectKth(It first, It last, std::size_t n, std::size_t k) {
+T selectKth(It first, std::size_t n, std::size_t k) {
     std::vector<T> w;
-    const std::size_t cnt = copyNumbers<T>(first, last, n, w);
+    const std::size_t cnt = copyNumbers<T>(first, n, w);
     if (k > cnt) return w[k - 1];  // a NaN
     std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(k - 1),
                      w.begin() + static_cast<std::ptrdiff_t>(cnt));
@@ -69,28 +70,28 @@ bool nearlyEqual(T a, T b) {
 template <class T>
 T BasicAlgo<T>::median(std::vector<T>& v, unsigned k) {
     if (v.empty() || k == 0 || k > v.size()) return T(-1);
-    return selectKth<T>(v.begin(), v.end(), v.size(), k);
+    return selectKth<T>(v.begin(), v.size(), k);
 }
 
 template <class T>
 T BasicAlgo<T>::median(std::list<T>& v, unsigned k) {
     const std::size_t n = v.size();
     if (n == 0 || k == 0 || k > n) return T(-1);
-    return selectKth<T>(v.begin(), v.end(), n, k);
+    return selectKth<T>(v.begin(), n, k);
 }
 
 template <class T>
 T BasicAlgo<T>::median(std::vector<T> const& v) {
     const std::size_t n = v.size();
     if (n == 0) return T(-1);
-    return selectKth<T>(v.begin(), v.end(), n, (n + 1) / 2);
+    return selectKth<T>(v.begin(), n, (n + 1) / 2);
 }
 
 template <class T>
 T BasicAlgo<T>::median(std::list<T> const& v) {
     const std::size_t n = v.size();
     if (n == 0) return T(-1);
-    return selectKth<T>(v.begin(), v.end(), n, (n + 1) / 2);
+    return selectKth<T>(v.begin(), n, (n + 1) / 2);
 }
 
 template <class T>
