@@ -306,6 +306,29 @@ TYPED_TEST(BasicAlgoT, NewtonRoot) {
     }
 }
 
+// Wild scales, clustered and unrepresentable roots: the iteration always
+// ends, with a number or NaN.
+TYPED_TEST(BasicAlgoT, NewtonRootAlwaysEnds) {
+    typedef TypeParam T;
+    const bool isFloat = std::is_same<T, float>::value;
+    // Root 1e6 + 0.03 in float: neighbouring floats are 0.0625 apart.
+    const T r = BasicAlgo<T>::evalNewtonRoot({1, T(-1000000.03), 1, T(-1000000.03)}, T(999000));
+    EXPECT_NEAR(r, 1000000.03, 0.07);
+    std::mt19937 rng(29);
+    std::uniform_real_distribution<double> m(-1, 1);
+    std::uniform_int_distribution<int> e(isFloat ? -12 : -40, isFloat ? 12 : 40), deg(4, 9);
+    int found = 0;
+    for (int t = 0; t < 3000; ++t) {
+        std::vector<T> c(deg(rng));
+        for (T& x : c) x = T(m(rng) * std::pow(10.0, e(rng)));
+        if (t % 7 == 0) c[1] = c[0] * T(-3);  // clustered: (x - 1)^k patterns
+        const T x = BasicAlgo<T>::evalNewtonRoot(c, T(m(rng) * std::pow(10.0, e(rng) / 4)));
+        ASSERT_TRUE(std::isnan(x) || std::isfinite(x));
+        found += std::isfinite(x);
+    }
+    EXPECT_GT(found, 1000);
+}
+
 TYPED_TEST(BasicAlgoT, Quadratics) {
     typedef TypeParam T;
     typedef BasicAlgo<T> B;
