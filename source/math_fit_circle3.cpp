@@ -63,6 +63,7 @@ struct Circle3Model {
         if (!FixR) t.r += d[5];
         return t;
     }
+    std::size_t count() const { return 2 * pts.size(); }
     double norm(State const& s) const { return std::sqrt(dot3(s.c, s.c) + 1.0 + s.r * s.r); }
 };
 

@@ -55,6 +55,7 @@ struct BallModel {
         if (!FixR) t.r += d[D];
         return t;
     }
+    std::size_t count() const { return pts.size(); }
     double norm(State const& s) const {
         double x = s.r * s.r;
         for (int k = 0; k < D; ++k) x += s.c[k] * s.c[k];

@@ -69,6 +69,7 @@ struct CylModel {
         for (int k = 0; k < 3; ++k) t.p[k] -= a * t.w[k];
         basis(t.w, t.u, t.v);
     }
+    std::size_t count() const { return pts.size(); }
     double norm(State const& s) const { return std::sqrt(dot3(s.p, s.p) + 1.0 + s.r * s.r); }
 };
 

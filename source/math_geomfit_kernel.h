@@ -193,6 +193,7 @@ struct Outcome {
 //                                              the domain, e.g. r < 0)
 //   State step(State const&, const double* d); parameters moved by d
 //   double norm(State const&);                 |x| for the step test
+//   std::size_t count();                        number of residuals
 // On return model.state is the last accepted state and ne its normal
 // equations.  Every loop is bounded: each pass counts against maxIter, and
 // the damping can grow only up to 1e20 times the largest diagonal.
@@ -205,6 +206,7 @@ Outcome solve(Model& model, Normal<P>& ne, double stepTol, double gradTol, doubl
     if (!model.evaluate(model.state, ne)) return out;
     if (!(initDamping > 0.0) || !std::isfinite(initDamping)) initDamping = 1e-3;
     double mu = 0.0, nu = 2.0;
+    const double costRound = 32.0 * kEps * std::sqrt(static_cast<double>(model.count()) + 1.0);
     Normal<P> trial;
     for (;;) {
         double maxd = 0.0;
@@ -239,10 +241,11 @@ Outcome solve(Model& model, Normal<P>& ne, double stepTol, double gradTol, doubl
         typename Model::State ts = model.step(model.state, d);
         const bool ok = model.evaluate(ts, trial);
         ++out.iterations;
-        // Near the minimum of a large-residual problem the change of the sum
-        // of squares drowns in its rounding; there a step is also taken when
-        // the sum stays within that rounding and the gradient shrinks.
-        const bool flat = ok && trial.cost <= ne.cost * (1.0 + 16.0 * kEps) &&
+        // Near the minimum the change of the sum of squares drowns in its
+        // rounding (about eps * sqrt(number of residuals) relative); there a
+        // step is also taken when the sum stays within that rounding and the
+        // gradient shrinks.
+        const bool flat = ok && trial.cost <= ne.cost * (1.0 + costRound) &&
                           gradMeasure<P>(trial) < gradMeasure<P>(ne);
         if (ok && (trial.cost < ne.cost || flat || (stepSmall && trial.cost <= ne.cost))) {
             const double rho = pred > 0.0 ? (ne.cost - trial.cost) / pred : 0.0;
