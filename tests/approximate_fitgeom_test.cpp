@@ -297,7 +297,7 @@ struct Stat {
 TEST(GeomFitNoise, CircleSphereCylinderUnbiasedWithHonestUncertainties) {
     const int seeds = 1000, n = 20;
     const double R = 10.0, sigma = 0.05;
-    Stat cr, cx, sr, sx, yr, yp;
+    Stat cr, cx, sr, sx, yr, yp, kr, kn, kz;
     for (int seed = 0; seed < seeds; ++seed) {
         std::mt19937_64 rng(1000 + seed);
         std::normal_distribution<double> g(0.0, sigma);
@@ -312,13 +312,22 @@ TEST(GeomFitNoise, CircleSphereCylinderUnbiasedWithHonestUncertainties) {
         ASSERT_TRUE(rk.converged);
         cr.add(k.radius() - R, rk.uRadius);
         cx.add(k.center().x - 5, rk.uCenterX);
-        V3<double> p3, pc;
+        V3<double> p3, pc, pk;
         for (int i = 0; i < n; ++i) {
+            const double tk = 2.0 * i / n, rk = R + g(rng);  // circle in the plane z = 1, height noise
+            pk.emplace_back(rk * std::cos(tk), rk * std::sin(tk), 1 + g(rng));
             const double th = 1.2 * std::sqrt((i + 0.5) / n), ph = 2.399963 * i, r = R + g(rng);
             p3.emplace_back(r * std::sin(th) * std::cos(ph), r * std::sin(th) * std::sin(ph), r * std::cos(th));
             const double t = 2.5 * ((i * 7) % n) / n, rc = R + g(rng);
             pc.emplace_back(rc * std::cos(t), rc * std::sin(t), 30.0 * i / n);
         }
+        Ccircle3<double> k3;
+        CqCircle3GeomStdAbw<double> r3;
+        approximate<double>::fitCircleGeom(pk, k3, r3);
+        ASSERT_TRUE(r3.converged);
+        kr.add(k3.radius() - R, r3.uRadius);
+        kn.add(k3.plane().a(), r3.uNormalX);
+        kz.add(k3.center().z, r3.uCenterZ);
         Csphere3<double> s;
         CqSphereGeomStdAbw<double> rs;
         approximate<double>::fitSphereGeom(p3, s, rs);
@@ -333,13 +342,18 @@ TEST(GeomFitNoise, CircleSphereCylinderUnbiasedWithHonestUncertainties) {
         yp.add(cy.axis().direction().x * (cy.axis().direction().z < 0 ? -1 : 1), ry.uDirX);
     }
     const double bound = 3 * sigma / std::sqrt(double(n));
-    for (Stat const* st : {&cr, &sr, &yr}) {
+    for (Stat const* st : {&cr, &sr, &yr, &kr}) {
         EXPECT_LT(std::fabs(st->mean()), bound);
         EXPECT_LT(std::fabs(st->mean()), 4 * st->sd() / std::sqrt(double(seeds)));  // within 4 standard errors
     }
-    for (Stat const* st : {&cr, &cx, &sr, &sx, &yr, &yp}) EXPECT_NEAR(st->meanU() / st->sd(), 1.0, 0.2);
-    RecordProperty("circle_radius_mean_error", sci(cr.mean()));
-    RecordProperty("circle_u_over_spread", sci(cr.meanU() / cr.sd()));
+    for (Stat const* st : {&cr, &cx, &sr, &sx, &yr, &yp, &kr, &kn, &kz}) EXPECT_NEAR(st->meanU() / st->sd(), 1.0, 0.2);
+    const char* names[] = {"circle_r", "circle_cx", "sphere_r", "sphere_cx", "cyl_r", "cyl_dirx", "circle3_r",
+                           "circle3_nx", "circle3_cz"};
+    const Stat* stats[] = {&cr, &cx, &sr, &sx, &yr, &yp, &kr, &kn, &kz};
+    for (int k = 0; k < 9; ++k) {
+        RecordProperty(std::string(names[k]) + "_mean", sci(stats[k]->mean()));
+        RecordProperty(std::string(names[k]) + "_u_over_spread", sci(stats[k]->meanU() / stats[k]->sd()));
+    }
 }
 
 // ---------------------------------------------------------------------------
