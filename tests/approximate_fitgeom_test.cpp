@@ -351,7 +351,8 @@ TEST(GeomFitNoise, CircleSphereCylinderUnbiasedWithHonestUncertainties) {
                            "circle3_nx", "circle3_cz"};
     const Stat* stats[] = {&cr, &cx, &sr, &sx, &yr, &yp, &kr, &kn, &kz};
     for (int k = 0; k < 9; ++k) {
-        RecordProperty(std::string(names[k]) + "_mean", sci(stats[k]->mean()));
+        RecordProperty(std::string(names[k]) + "_mean_over_se",
+                       sci(stats[k]->mean() / (stats[k]->sd() / std::sqrt(double(seeds)))));
         RecordProperty(std::string(names[k]) + "_u_over_spread", sci(stats[k]->meanU() / stats[k]->sd()));
     }
 }

@@ -502,13 +502,14 @@ public:
     // circle, a 30 and a 10 degree arc (r 100, 60 points; spheres from caps of
     // those angles, cylinders of those arcs 200 long and of length 0.1 r),
     // arbitrarily rotated: every parameter within 2e-15 r at the origin and
-    // within 6e-11 r at 10^6 from it in double (1e-6 r in float); the
+    // within 6e-11 r at 10^6 from it in double (1.5e-6 r in float); the
     // Gander-Golub-Strebel six points give centre (4.739782411, 2.983532699)
     // and r 4.714226038 to 1e-9 with r = mean distance to 1e-15.  Reference
-    // data built by the null-space method 1000 mm out and rotated: 1e-12.
-    // Over 1000 noisy samples (20 points) the mean radius error is within one
-    // standard error of zero, and the reported uncertainties match the
-    // spread of the parameters within 5 %.  Large residuals on a short arc
+    // data built by the null-space method 1000 mm out and rotated: within
+    // 1e-9 r.
+    // Over 1000 noisy samples (20 points) the mean radius error is within two
+    // standard errors of zero, and the reported uncertainties match the
+    // spread of the parameters within 4 %.  Large residuals on a short arc
     // converge linearly (about 15 evaluations); 300 random cylinders (20 to
     // 360 degree arcs, lengths 0.1 r to 50 r, rotated, noisy) all found the
     // true axis with the automatic start.
