@@ -254,6 +254,34 @@ TEST(GeomFitReference, NullSpaceDataFarOutAndRotated) {
         EXPECT_LE((vec(s.center()) - off).norm(), tol * R);
         EXPECT_NEAR(s.radius(), R, tol * R);
     }
+    // circle in space: point i deviates by e_i along (cos b_i) radial + (sin b_i) normal;
+    // the gradient of the sum of squares is linear in e with these columns
+    {
+        Eigen::MatrixXd J(n, 6);
+        Eigen::VectorXd e(n);
+        std::vector<double> t(n), b(n);
+        for (int i = 0; i < n; ++i) {
+            t[i] = 2.2 * i / (n - 1);  // a 126 degree arc
+            b[i] = 0.9 * std::sin(3.0 * i);
+            const double cb = std::cos(b[i]), sb = std::sin(b[i]);
+            J.row(i) << cb * std::cos(t[i]), cb * std::sin(t[i]), sb, sb * std::cos(t[i]), sb * std::sin(t[i]), cb;
+            e(i) = g(rng);
+        }
+        e = nullSpace(J, e);
+        V3<double> p;
+        for (int i = 0; i < n; ++i) {
+            const double rr = R + e(i) * std::cos(b[i]);
+            p.push_back(pt3<double>(off + Q * Vector3d(rr * std::cos(t[i]), rr * std::sin(t[i]), e(i) * std::sin(b[i]))));
+        }
+        Ccircle3<double> k;
+        CqCircle3GeomStdAbw<double> rec;
+        approximate<double>::fitCircleGeom(p, k, rec);
+        ASSERT_TRUE(rec.converged);
+        EXPECT_LE((vec(k.center()) - off).norm(), tol * R);
+        EXPECT_NEAR(k.radius(), R, tol * R);
+        EXPECT_LE(sinAngle(Vector3d(k.plane().a(), k.plane().b(), k.plane().c()), Q.col(2)), tol);
+        EXPECT_NEAR(rec.sumSqDist, e.squaredNorm(), 1e-9 * e.squaredNorm());
+    }
     // cylinder: columns cos, sin, z cos, z sin, 1
     {
         Eigen::MatrixXd J(n, 5);
