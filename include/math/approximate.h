@@ -492,8 +492,9 @@ public:
     //  - refuse, with an invalid primitive (radius NaN, isValid() false) and
     //    converged == false in the record: fewer points than parameters,
     //    a non-finite coordinate (found before iterating, iterations = 0),
-    //    all points coincident, collinear points (circles, cylinders),
-    //    coplanar points (spheres), and no convergence within prm.maxIter;
+    //    all points coincident, collinear points (circles; cylinders when the
+    //    second principal spread is below 1e-7 of the RMS extent), coplanar
+    //    points (spheres), and no convergence within prm.maxIter;
     //  - give the uncertainties of the record from sigma^2 (J^T J)^-1, which
     //    assumes independent residuals of equal variance.
     // Forms without a record use the default CqGeomFitPrm.
