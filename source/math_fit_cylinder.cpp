@@ -158,9 +158,10 @@ double dirError(Moments4 const& M, const double* w) {
     return projectedCircle(M, u, v, cx, cy, r);
 }
 
-// Pattern search on the sphere of directions from w with initial step h.
+// Pattern search on the sphere of directions from w with initial step h, down
+// to 1e-5 rad (the start only has to lie in the basin of the minimum).
 double refineDir(Moments4 const& M, double* w, double err, double h) {
-    for (int guard = 0; guard < 400 && h > 1e-7; ++guard) {
+    for (int guard = 0; guard < 400 && h > 1e-5; ++guard) {
         double u[3], v[3];
         basis(w, u, v);
         double best = err, bw[3] = {w[0], w[1], w[2]};

@@ -547,15 +547,15 @@ public:
                               CqSphereGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
 
     // Cylinder with automatic start; p = 5, at least 5 points.  The start
-    // axis is the direction whose closed-form (Kasa) circle through the
+    // axis is the direction whose closed-form (Taubin) circle through the
     // points projected along it has the smallest error, normalised to a sum
     // of squared distances: a coarse grid of 259 directions over the
     // hemisphere plus the three principal axes of the scatter, then the three
     // best refined by a pattern search in their tangent planes (down to
-    // 1e-7 rad).  The projected moments come from the fourth-order moments
-    // of the points (one pass), so the search does not depend on n.  Short
-    // wide and long thin cylinders alike start within the basin of the true
-    // axis.  The axis is then refined with two small rotations about the
+    // 1e-5 rad; the iteration does the rest).  The projected moments come
+    // from the fourth-order moments of the points (one pass), so the search
+    // does not depend on n.  Short wide and long thin cylinders alike start
+    // within the basin of the true axis.  The axis is then refined with two small rotations about the
     // current axis and two shifts across it, re-centred every step; the axis
     // point returned is the point of the axis nearest the centroid, the
     // direction is oriented with its largest-magnitude component positive.
