@@ -78,7 +78,7 @@ def main():
     local = mm.fit_plane_geom_sums(ref)
     n = per * len(names)
     sign = 1.0 if plane.normal @ local.normal > 0 else -1.0
-    angle = np.arccos(min(1.0, abs(plane.normal @ local.normal)))
+    angle = np.arcsin(min(1.0, np.linalg.norm(np.cross(plane.normal, local.normal))))
     print(f"points: {n:,} in {len(names)} files")
     print(f"dask fit: {wall:.2f} s on 2 workers, {n / wall / 2:,.0f} points/s per worker")
     for w, mb in sorted(peaks.items()):
@@ -86,7 +86,8 @@ def main():
     print(f"plane: {plane}")
     print(f"against the in-process fit: normal angle {angle:.2e} rad, "
           f"d difference {abs(sign * plane.d - local.d):.2e} mm")
-    print(f"against the truth: normal angle {np.arccos(min(1.0, abs(plane.normal @ NORMAL))):.2e} rad")
+    truth = np.arcsin(min(1.0, np.linalg.norm(np.cross(plane.normal, NORMAL))))
+    print(f"against the truth: normal angle {truth:.2e} rad")
 
 
 if __name__ == "__main__":
