@@ -143,13 +143,11 @@ inline void addPoint(Add& add, S* acc, Cpoint3<T> const& p) {
 
 // The N sums of add over all points, in the blocked lane order described above.
 template <class S, std::size_t N, class Pt, class Add>
-Sums<S, N> blockedSums(std::vector<Pt> const& pts, Add add) {
+Sums<S, N> blockedSums(Pt const* p, std::size_t n, Add add) {
     using Tr = LaneTraits<S>;
     using V = typename Tr::V;
     constexpr std::size_t L = Tr::L;
     Sums<S, N> total{};
-    const std::size_t n = pts.size();
-    const Pt* p = pts.data();
     for (std::size_t b = 0; b < n; b += kSumBlock) {
         const std::size_t e = std::min(n, b + kSumBlock);
         V lanes[N];
@@ -165,6 +163,11 @@ Sums<S, N> blockedSums(std::vector<Pt> const& pts, Add add) {
         for (std::size_t k = 0; k < N; ++k) total.s[k] += part[k];
     }
     return total;
+}
+
+template <class S, std::size_t N, class Pt, class Add>
+Sums<S, N> blockedSums(std::vector<Pt> const& pts, Add add) {
+    return blockedSums<S, N>(pts.data(), pts.size(), add);
 }
 
 }  // namespace approx_detail

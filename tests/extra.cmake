@@ -9,6 +9,7 @@ add_test(NAME consumer_install
                  -DBUILD_TYPE=${CMAKE_BUILD_TYPE}
                  -DCXX=${CMAKE_CXX_COMPILER}
                  -DSANITIZE=${METROMATH_SANITIZE}
+                 -DPYTHON=$<$<BOOL:${METROMATH_PYTHON}>:${Python3_EXECUTABLE}>
                  -P ${CMAKE_CURRENT_SOURCE_DIR}/consumer/run.cmake)
 set_tests_properties(consumer_install PROPERTIES TIMEOUT 600 LABELS install)
 

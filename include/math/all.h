@@ -12,6 +12,7 @@
 #include <math/matrix.h>
 #include <math/matrix_calc.h>
 #include <math/matrix_io.h>
+#include <math/moments.h>
 #include <math/point.h>
 #include <math/polygon.h>
 #include <math/primitives2.h>

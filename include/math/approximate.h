@@ -32,6 +32,7 @@
 #define MATH_APPROXIMATE_H
 
 #include <math/export.h>
+#include <math/moments.h>
 #include <math/point.h>
 #include <math/primitives2.h>
 #include <math/primitives3.h>
@@ -352,6 +353,35 @@ public:
     // As above, then rec.stdAbw = StdAbwSphere(pts, sphere).
     static void fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere,
                              CqSphereLsqStdAbw<T>& rec);
+
+    // -----------------------------------------------------------------------
+    // Fits from moment sums (math/moments.h): the same models as the fits over
+    // points, computed from accumulated (and possibly merged) sums, in double
+    // also for float.  The sums are moved to their centroid first, so these
+    // forms are as accurate far from the origin as near it.  Merged sums give
+    // the fit of the concatenated points to about 1e-13 relative.
+    //  - fitLineGeom (planar): line through the centroid along the principal
+    //    axis of the centred scatter, angle 1/2 atan2(2 Cxy, Cxx - Cyy)
+    //    (coincident points: direction (1, 0)).  n < 2: NaN line.
+    //  - fitCircleLsq: the algebraic circle of fitCircleLsq (centred
+    //    A*(u^2 + v^2) + B*u + C*v = 1).  n < 4, a rank-deficient system
+    //    (collinear or coincident points) or non-finite sums: NaN circle.
+    //  - fitLineGeom (spatial): centroid and the eigenvector of the largest
+    //    eigenvalue of the centred scatter.  n < 2: NaN line.
+    //  - fitPlaneGeom: centroid and the eigenvector of the smallest eigenvalue.
+    //    n < 3: NaN plane.
+    //  - fitSphereLsq: the algebraic sphere A*|u|^2 + B.u = 1 on CENTRED
+    //    coordinates with a positive radius (the fit over points uses raw
+    //    coordinates; both agree to rounding near the origin, this one stays
+    //    accurate far from it).  n < 4, coplanar points or non-finite sums:
+    //    NaN sphere.
+    // Non-finite sums (a NaN or infinite point was added) give the NaN result.
+    // -----------------------------------------------------------------------
+    static void fitLineGeom(CmomentSums2<T> const& sums, Cline2<T>& line);
+    static void fitCircleLsq(CmomentSums2<T> const& sums, Ccircle2<T>& circle);
+    static void fitLineGeom(CmomentSums3<T> const& sums, Cline3<T>& line);
+    static void fitPlaneGeom(CmomentSums3<T> const& sums, Cplane3<T>& plane);
+    static void fitSphereLsq(CmomentSums3<T> const& sums, Csphere3<T>& sphere);
 
     // -----------------------------------------------------------------------
     // Deviation measures: the sample standard deviation about the mean of a

@@ -65,6 +65,20 @@ if(NOT step_output STREQUAL expected)
 endif()
 message(STATUS "find_package consumer: ok")
 
+# 2b. the installed Python package, found through PYTHONPATH alone
+if(PYTHON)
+  execute_process(
+    COMMAND ${PYTHON} -c
+            "import sysconfig; print(sysconfig.get_path('platlib', 'posix_prefix', vars={'base': '', 'platbase': ''}).lstrip('/'))"
+    OUTPUT_VARIABLE py_site OUTPUT_STRIP_TRAILING_WHITESPACE)
+  run_step("python import" ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH PYTHONPATH=${prefix}/${py_site}
+           ${PYTHON} -c "import numpy, metromath\nc = metromath.fit_circle_lsq(numpy.array([[1.0, 0], [0, 1], [-1, 0], [0, -1]]))\nprint(round(c.radius, 12))")
+  if(NOT step_output STREQUAL "1.0\n")
+    message(FATAL_ERROR "installed Python package printed ${step_output}")
+  endif()
+  message(STATUS "installed Python package: ok")
+endif()
+
 # 3. pkg-config, when available
 find_program(PKG_CONFIG_EXE pkg-config NO_CACHE)
 if(NOT PKG_CONFIG_EXE)

@@ -1,0 +1,63 @@
+#!/usr/bin/env python3
+"""Python-side fits of 10^6 points: metromath beside plain numpy, and the
+binding's cost per call and per point.
+
+Usage: PYTHONPATH=build/rel/python /usr/bin/python3 bench/python_bench.py
+
+Rows: plane (numpy: SVD of the centred points), circle (numpy: the same
+algebraic model by lstsq), each through the fit over points (one conversion
+into the library's point vector) and through the moment sums (read in place).
+The per-call overhead is the time of a fit on 10 points; the per-point cost of
+the binding is the fit over points minus the moment-sums fit, which does the
+same arithmetic on the array where it lies.
+"""
+import time
+
+import numpy as np
+
+import metromath as mm
+
+
+def best(f, reps):
+    t = []
+    for _ in range(reps):
+        s = time.perf_counter()
+        f()
+        t.append(time.perf_counter() - s)
+    return min(t)
+
+
+def numpy_plane(p):
+    c = p - p.mean(axis=0)
+    return np.linalg.svd(c, full_matrices=False)[2][2]
+
+
+def numpy_circle(p):
+    m = p.mean(axis=0)
+    u, v = (p - m).T
+    return np.linalg.lstsq(np.c_[u * u + v * v, u, v], np.ones(len(u)), rcond=None)[0]
+
+
+def main():
+    rng = np.random.default_rng(0)
+    n = 1_000_000
+    p3 = rng.normal(size=(n, 3)) * [50, 50, 0.01] + 1500
+    t = rng.uniform(0, 6.28, n)
+    p2 = np.c_[1000 + 10 * np.cos(t), 2000 + 10 * np.sin(t)] + rng.normal(0, 1e-3, (n, 2))
+    rows = [
+        ("plane", lambda: numpy_plane(p3), lambda: mm.fit_plane_geom(p3),
+         lambda: mm.fit_plane_geom_sums(mm.MomentSums3(p3)), lambda: mm.fit_plane_geom(p3[:10])),
+        ("circle", lambda: numpy_circle(p2), lambda: mm.fit_circle_lsq(p2),
+         lambda: mm.fit_circle_lsq_sums(mm.MomentSums2(p2)), lambda: mm.fit_circle_lsq(p2[:10])),
+    ]
+    print(f"{'fit':8} {'numpy ms':>9} {'points ms':>10} {'sums ms':>8} {'numpy/points':>13} "
+          f"{'numpy/sums':>11} {'call us':>8} {'binding ns/pt':>14}")
+    for name, ref, pts, sums, small in rows:
+        tn, tp, ts = best(ref, 3), best(pts, 5), best(sums, 5)
+        tc = best(small, 2000)
+        print(f"{name:8} {tn * 1e3:9.2f} {tp * 1e3:10.2f} {ts * 1e3:8.2f} {tn / tp:13.1f} {tn / ts:11.1f} "
+              f"{tc * 1e6:8.2f} {(tp - ts) / n * 1e9:14.2f}")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,701 @@
+// The Python module metromath._metromath: the library's fits, primitives,
+// queries, solvers and moment sums on numpy arrays.
+//
+// Points arrive as arrays of shape (N, 2) or (N, 3).  float64 and float32
+// arrays are read where they lie (any strides); other numeric dtypes are
+// converted to float64 once.  float32 points run the library's float
+// instantiation; results are returned as the double primitives below.
+// Every call into the library releases the GIL.
+#include <math/all.h>
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace py = pybind11;
+using namespace math;
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// Errors
+// ---------------------------------------------------------------------------
+
+PyObject* g_mathError = nullptr;
+
+void raiseMathError(CthrowBase const& e) {
+    CbaseTransl::TtabTransl const& row = e.id2tab(e.id());
+    py::object err = py::reinterpret_borrow<py::object>(g_mathError);
+    const std::string msg = messageUtf8(e);
+    py::object inst = err(py::str(msg));
+    inst.attr("key") = py::str(toUtf8(row.key ? row.key : ""));
+    inst.attr("id") = e.id();
+    inst.attr("message") = py::str(msg);
+    PyErr_SetObject(g_mathError, inst.ptr());
+}
+
+// ---------------------------------------------------------------------------
+// Point arrays
+// ---------------------------------------------------------------------------
+
+// A checked (N, D) array of float32 or float64, kept alive while read.
+struct PointArray {
+    py::array arr;
+    bool single = false;
+    std::size_t n = 0;
+    std::ptrdiff_t rs = 0, cs = 0;  // strides in elements
+
+    template <class T>
+    T const* data() const {
+        return static_cast<T const*>(arr.data());
+    }
+};
+
+PointArray points(py::handle obj, int D, char const* name = "points") {
+    py::module_ np = py::module_::import("numpy");
+    py::array a;
+    if (py::isinstance<py::array>(obj)) {
+        a = py::reinterpret_borrow<py::array>(obj);
+    } else {
+        try {
+            a = np.attr("asarray")(obj, "float64");
+        } catch (py::error_already_set&) {
+            throw py::type_error(std::string(name) + ": expected a numeric array of shape (N, " +
+                                 std::to_string(D) + ")");
+        }
+    }
+    const char kind = a.dtype().kind();
+    if (kind != 'f' && kind != 'i' && kind != 'u' && kind != 'b')
+        throw py::type_error(std::string(name) + ": expected a numeric array of shape (N, " + std::to_string(D) +
+                             "), got dtype " + std::string(py::str(a.dtype())));
+    if (a.ndim() != 2 || a.shape(1) != D) {
+        std::ostringstream s;
+        s << name << ": expected an array of shape (N, " << D << "), got shape (";
+        for (py::ssize_t k = 0; k < a.ndim(); ++k) s << (k ? ", " : "") << a.shape(k);
+        s << (a.ndim() == 1 ? ",)" : ")");
+        throw py::value_error(s.str());
+    }
+    const bool f64 = a.dtype().is(py::dtype::of<double>());
+    const bool f32 = a.dtype().is(py::dtype::of<float>());
+    if (!f64 && !f32) a = np.attr("asarray")(a, "float64");
+    PointArray p;
+    p.arr = a;
+    p.single = f32;
+    p.n = static_cast<std::size_t>(a.shape(0));
+    const py::ssize_t item = a.itemsize();
+    if (a.strides(0) % item != 0 || a.strides(1) % item != 0) {
+        p.arr = np.attr("ascontiguousarray")(a);
+    }
+    p.rs = p.arr.strides(0) / item;
+    p.cs = p.arr.strides(1) / item;
+    return p;
+}
+
+template <class T>
+std::vector<Cpoint2<T>> vec2(PointArray const& p) {
+    std::vector<Cpoint2<T>> v(p.n);
+    T const* d = p.data<T>();
+    for (std::size_t i = 0; i < p.n; ++i) {
+        T const* r = d + static_cast<std::ptrdiff_t>(i) * p.rs;
+        v[i] = Cpoint2<T>(r[0], r[p.cs]);
+    }
+    return v;
+}
+template <class T>
+std::vector<Cpoint3<T>> vec3(PointArray const& p) {
+    std::vector<Cpoint3<T>> v(p.n);
+    T const* d = p.data<T>();
+    for (std::size_t i = 0; i < p.n; ++i) {
+        T const* r = d + static_cast<std::ptrdiff_t>(i) * p.rs;
+        v[i] = Cpoint3<T>(r[0], r[p.cs], r[2 * p.cs]);
+    }
+    return v;
+}
+
+py::array_t<double> arr2(Cpoint2<double> const& p) { return py::array_t<double>(2, &p.x); }
+py::array_t<double> arr3(double x, double y, double z) {
+    const double v[3] = {x, y, z};
+    return py::array_t<double>(3, v);
+}
+
+Cpoint2<double> pt2(py::handle o) {
+    auto a = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(o);
+    if (!a || a.size() != 2) throw py::value_error("expected a point of shape (2,)");
+    return Cpoint2<double>(a.data()[0], a.data()[1]);
+}
+Cpoint3<double> pt3(py::handle o) {
+    auto a = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(o);
+    if (!a || a.size() != 3) throw py::value_error("expected a point of shape (3,)");
+    return Cpoint3<double>(a.data()[0], a.data()[1], a.data()[2]);
+}
+
+// ---------------------------------------------------------------------------
+// float results as double primitives
+// ---------------------------------------------------------------------------
+
+template <class T> Cpoint2<double> D(Cpoint2<T> const& p) { return {double(p.x), double(p.y)}; }
+template <class T> Cpoint3<double> D(Cpoint3<T> const& p) { return {double(p.x), double(p.y), double(p.z)}; }
+template <class T> Cline2<double> D(Cline2<T> const& l) {
+    return Cline2<double>(D(Cpoint2<T>(l.point())), Cdirec2<double>(l.direction().x, l.direction().y, true));
+}
+template <class T> Ccircle2<double> D(Ccircle2<T> const& c) { return Ccircle2<double>(D(c.center()), c.radius()); }
+template <class T> Cline3<double> D(Cline3<T> const& l) {
+    return Cline3<double>(D(Cpoint3<T>(l.point())),
+                          Cdirec3<double>(l.direction().x, l.direction().y, l.direction().z, true));
+}
+template <class T> Cplane3<double> D(Cplane3<T> const& e) {
+    Cplane3<double> r;
+    r.set(e.a(), e.b(), e.c(), e.d());
+    return r;
+}
+template <class T> Csphere3<double> D(Csphere3<T> const& s) { return Csphere3<double>(D(s.center()), s.radius()); }
+
+template <class F>
+auto nogil(F f) {
+    py::gil_scoped_release release;
+    return f();
+}
+
+// Runs fit<T>(points) for the array's precision and returns a double primitive.
+template <class P, class F2, class F1>
+P dispatch(PointArray const& p, F2 fd, F1 ff) {
+    if (p.single) return nogil([&] { return D(ff()); });
+    return nogil([&] { return fd(); });
+}
+
+std::string fmt(double v) {
+    std::ostringstream s;
+    s.precision(10);
+    s << v;
+    return s.str();
+}
+
+// ---------------------------------------------------------------------------
+// Moment sums
+// ---------------------------------------------------------------------------
+
+template <unsigned Dim>
+using Sums = CmomentSums<double, Dim>;
+
+template <unsigned Dim>
+void addArray(Sums<Dim>& s, py::handle obj) {
+    PointArray p = points(obj, Dim);
+    if (p.single) {
+        // float points: read and widened block by block into the double sums.
+        CmomentSums<float, Dim> f;
+        {
+            py::gil_scoped_release r;
+            f.add(p.data<float>(), p.n, p.rs, p.cs);
+        }
+        s.merge(Sums<Dim>::fromBytes(f.toBytes()));
+        return;
+    }
+    py::gil_scoped_release r;
+    s.add(p.data<double>(), p.n, p.rs, p.cs);
+}
+
+template <unsigned Dim>
+void bindSums(py::module_& m, char const* name) {
+    py::class_<Sums<Dim>>(m, name,
+                          "Mergeable moment sums of a point set (sums in double about the first point).\n"
+                          "Example: s = MomentSums3(); s.add(pts); s.merge(other); s.fit_plane()")
+        .def(py::init<>())
+        .def(py::init([](py::handle pts) {
+                 Sums<Dim> s;
+                 addArray<Dim>(s, pts);
+                 return s;
+             }),
+             py::arg("points"))
+        .def("add", [](Sums<Dim>& s, py::handle pts) { addArray<Dim>(s, pts); }, py::arg("points"),
+             "Adds the rows of an (N, D) array, read in place.")
+        .def("merge", [](Sums<Dim>& s, Sums<Dim> const& o) { s.merge(o); }, py::arg("other"))
+        .def("__iadd__", [](Sums<Dim>& s, Sums<Dim> const& o) -> Sums<Dim>& { return s += o; })
+        .def("__add__", [](Sums<Dim> const& s, Sums<Dim> const& o) {
+            Sums<Dim> r = s;
+            r += o;
+            return r;
+        })
+        .def_property_readonly("count", &Sums<Dim>::count)
+        .def_property_readonly("centroid", [](Sums<Dim> const& s) {
+            auto c = s.centroid();
+            std::vector<double> v{c.x, c.y};
+            if constexpr (Dim == 3) v.push_back(c.z);
+            return py::array_t<double>(v.size(), v.data());
+        })
+        .def("to_bytes", [](Sums<Dim> const& s) {
+            auto b = s.toBytes();
+            return py::bytes(reinterpret_cast<char const*>(b.data()), b.size());
+        })
+        .def_static("from_bytes", [](py::bytes b) {
+            std::string s = b;
+            return Sums<Dim>::fromBytes(reinterpret_cast<std::uint8_t const*>(s.data()), s.size());
+        })
+        .def(py::pickle(
+            [](Sums<Dim> const& s) {
+                auto b = s.toBytes();
+                return py::make_tuple(py::bytes(reinterpret_cast<char const*>(b.data()), b.size()));
+            },
+            [](py::tuple t) {
+                if (t.size() != 1) throw py::value_error("invalid pickled moment sums");
+                std::string s = t[0].cast<py::bytes>();
+                return Sums<Dim>::fromBytes(reinterpret_cast<std::uint8_t const*>(s.data()), s.size());
+            }))
+        .def("__repr__", [name](Sums<Dim> const& s) {
+            return std::string(name) + "(count=" + std::to_string(s.count()) + ")";
+        });
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_metromath, m) {
+    m.doc() = "metromath: fits, primitives and geometric queries on numpy arrays";
+
+    // MathError(ValueError) with key, id and the German message.
+    static py::exception<CthrowBase> mathError(m, "MathError", PyExc_ValueError);
+    g_mathError = mathError.ptr();
+    py::register_exception_translator([](std::exception_ptr p) {
+        try {
+            if (p) std::rethrow_exception(p);
+        } catch (CthrowBase const& e) {
+            raiseMathError(e);
+        }
+    });
+
+    // ---------------------------------------------------------------- primitives
+    py::class_<Cline2<double>>(m, "Line2", "Planar line: point and unit direction.\nExample: Line2([0, 0], [1, 0])")
+        .def(py::init([](py::handle p, py::handle d) {
+                 Cpoint2<double> dd = pt2(d);
+                 return Cline2<double>(pt2(p), Cdirec2<double>(dd.x, dd.y));
+             }),
+             py::arg("point"), py::arg("direction"))
+        .def_property_readonly("point", [](Cline2<double> const& l) { return arr2(l.point()); })
+        .def_property_readonly("direction", [](Cline2<double> const& l) {
+            return arr2(Cpoint2<double>(l.direction().x, l.direction().y));
+        })
+        .def("is_valid", &Cline2<double>::isValid)
+        .def("__repr__", [](Cline2<double> const& l) {
+            return "Line2(point=(" + fmt(l.point().x) + ", " + fmt(l.point().y) + "), direction=(" +
+                   fmt(l.direction().x) + ", " + fmt(l.direction().y) + "))";
+        });
+
+    py::class_<Ccircle2<double>>(m, "Circle2", "Planar circle.\nExample: Circle2([0, 0], 1.0)")
+        .def(py::init([](py::handle c, double r) { return Ccircle2<double>(pt2(c), r); }), py::arg("center"),
+             py::arg("radius"))
+        .def_property_readonly("center", [](Ccircle2<double> const& c) { return arr2(c.center()); })
+        .def_property_readonly("radius", [](Ccircle2<double> const& c) { return c.radius(); })
+        .def("is_valid", &Ccircle2<double>::isValid)
+        .def("__repr__", [](Ccircle2<double> const& c) {
+            return "Circle2(center=(" + fmt(c.center().x) + ", " + fmt(c.center().y) + "), radius=" +
+                   fmt(c.radius()) + ")";
+        });
+
+    py::class_<Cline3<double>>(m, "Line3", "Spatial line: point and unit direction.\nExample: Line3([0, 0, 0], [0, 0, 1])")
+        .def(py::init([](py::handle p, py::handle d) {
+                 Cpoint3<double> dd = pt3(d);
+                 return Cline3<double>(pt3(p), Cdirec3<double>(dd.x, dd.y, dd.z));
+             }),
+             py::arg("point"), py::arg("direction"))
+        .def_property_readonly("point", [](Cline3<double> const& l) {
+            return arr3(l.point().x, l.point().y, l.point().z);
+        })
+        .def_property_readonly("direction", [](Cline3<double> const& l) {
+            return arr3(l.direction().x, l.direction().y, l.direction().z);
+        })
+        .def("is_valid", &Cline3<double>::isValid)
+        .def("__repr__", [](Cline3<double> const& l) {
+            return "Line3(point=(" + fmt(l.point().x) + ", " + fmt(l.point().y) + ", " + fmt(l.point().z) +
+                   "), direction=(" + fmt(l.direction().x) + ", " + fmt(l.direction().y) + ", " +
+                   fmt(l.direction().z) + "))";
+        });
+
+    py::class_<Cplane3<double>>(m, "Plane3", "Plane a*x + b*y + c*z + d = 0 with unit normal (a, b, c).\nExample: Plane3([0, 0, 1], -2.0)")
+        .def(py::init([](py::handle n, double d) {
+                 Cpoint3<double> nn = pt3(n);
+                 return Cplane3<double>(Cdirec3<double>(nn.x, nn.y, nn.z), d);
+             }),
+             py::arg("normal"), py::arg("d"))
+        .def_property_readonly("normal", [](Cplane3<double> const& e) { return arr3(e.a(), e.b(), e.c()); })
+        .def_property_readonly("d", [](Cplane3<double> const& e) { return e.d(); })
+        .def("is_valid", &Cplane3<double>::isValid)
+        .def("__repr__", [](Cplane3<double> const& e) {
+            return "Plane3(normal=(" + fmt(e.a()) + ", " + fmt(e.b()) + ", " + fmt(e.c()) + "), d=" + fmt(e.d()) +
+                   ")";
+        });
+
+    py::class_<Csphere3<double>>(m, "Sphere3", "Sphere.\nExample: Sphere3([0, 0, 0], 1.0)")
+        .def(py::init([](py::handle c, double r) { return Csphere3<double>(pt3(c), r); }), py::arg("center"),
+             py::arg("radius"))
+        .def_property_readonly("center", [](Csphere3<double> const& s) {
+            return arr3(s.center().x, s.center().y, s.center().z);
+        })
+        .def_property_readonly("radius", [](Csphere3<double> const& s) { return s.radius(); })
+        .def("is_valid", &Csphere3<double>::isValid)
+        .def("__repr__", [](Csphere3<double> const& s) {
+            return "Sphere3(center=(" + fmt(s.center().x) + ", " + fmt(s.center().y) + ", " + fmt(s.center().z) +
+                   "), radius=" + fmt(s.radius()) + ")";
+        });
+
+    // ---------------------------------------------------------------- fits
+    m.def(
+        "fit_line_lsq",
+        [](py::handle pts) {
+            PointArray p = points(pts, 2);
+            double ms = 0;
+            Cline2<double> line = dispatch<Cline2<double>>(
+                p,
+                [&] {
+                    Cline2<double> l;
+                    ms = approximate<double>::fitLineLsq(vec2<double>(p), l);
+                    return l;
+                },
+                [&] {
+                    Cline2<float> l;
+                    ms = approximate<float>::fitLineLsq(vec2<float>(p), l);
+                    return l;
+                });
+            return py::make_tuple(line, ms);
+        },
+        py::arg("points"),
+        "Algebraic line a*x + b*y = 1; returns (Line2, mean squared distance).\nExample: line, ms = fit_line_lsq(pts)");
+
+    m.def(
+        "fit_circle_lsq",
+        [](py::handle pts, bool record) -> py::object {
+            PointArray p = points(pts, 2);
+            Ccircle2<double> c = dispatch<Ccircle2<double>>(
+                p,
+                [&] {
+                    Ccircle2<double> r;
+                    approximate<double>::fitCircleLsq(vec2<double>(p), r);
+                    return r;
+                },
+                [&] {
+                    Ccircle2<float> r;
+                    approximate<float>::fitCircleLsq(vec2<float>(p), r);
+                    return r;
+                });
+            if (!record) return py::cast(c);
+            double sd = p.single ? double(approximate<float>::StdAbwCircle2(vec2<float>(p), Ccircle2<float>(
+                                                                                    Cpoint2<float>(float(c.center().x), float(c.center().y)), float(c.radius()))))
+                                 : approximate<double>::StdAbwCircle2(vec2<double>(p), c);
+            py::dict rec;
+            rec["std_abw"] = sd;
+            return py::make_tuple(c, rec);
+        },
+        py::arg("points"), py::arg("record") = false,
+        "Algebraic (Kasa) circle; with record=True returns (Circle2, {'std_abw': ...}).\nExample: c = fit_circle_lsq(pts)");
+
+    m.def(
+        "fit_sphere_lsq",
+        [](py::handle pts) {
+            PointArray p = points(pts, 3);
+            return dispatch<Csphere3<double>>(
+                p,
+                [&] {
+                    Csphere3<double> r;
+                    approximate<double>::fitSphereLsq(vec3<double>(p), r);
+                    return r;
+                },
+                [&] {
+                    Csphere3<float> r;
+                    approximate<float>::fitSphereLsq(vec3<float>(p), r);
+                    return r;
+                });
+        },
+        py::arg("points"),
+        "Algebraic sphere on raw coordinates (the radius sign tells where the origin lies; see the C++ docs).\nExample: s = fit_sphere_lsq(pts)");
+
+    m.def(
+        "fit_line_geom",
+        [](py::handle pts, bool record) -> py::object {
+            py::array a = py::isinstance<py::array>(pts) ? py::reinterpret_borrow<py::array>(pts)
+                                                          : py::module_::import("numpy").attr("asarray")(pts);
+            const int dim = a.ndim() == 2 ? static_cast<int>(a.shape(1)) : 0;
+            if (dim == 3) {
+                PointArray p = points(a, 3);
+                CqLineGeom3DStdAbw<double> rd;
+                CqLineGeom3DStdAbw<float> rf;
+                Cline3<double> l = dispatch<Cline3<double>>(
+                    p,
+                    [&] {
+                        Cline3<double> r;
+                        approximate<double>::fitLineGeom(vec3<double>(p), r, rd);
+                        return r;
+                    },
+                    [&] {
+                        Cline3<float> r;
+                        approximate<float>::fitLineGeom(vec3<float>(p), r, rf);
+                        return r;
+                    });
+                if (!record) return py::cast(l);
+                py::dict rec;
+                rec["std_abw_main"] = p.single ? double(rf.stdAbwMain) : rd.stdAbwMain;
+                rec["std_abw_second"] = p.single ? double(rf.stdAbwSecond) : rd.stdAbwSecond;
+                rec["std_abw_third"] = p.single ? double(rf.stdAbwThird) : rd.stdAbwThird;
+                return py::make_tuple(l, rec);
+            }
+            PointArray p = points(a, 2);
+            CqLineGeom2DStdAbw<double> rd;
+            CqLineGeom2DStdAbw<float> rf;
+            Cline2<double> l = dispatch<Cline2<double>>(
+                p,
+                [&] {
+                    Cline2<double> r;
+                    if (record) approximate<double>::fitLineGeom(vec2<double>(p), r, rd);
+                    else approximate<double>::fitLineGeom(vec2<double>(p), r);
+                    return r;
+                },
+                [&] {
+                    Cline2<float> r;
+                    if (record) approximate<float>::fitLineGeom(vec2<float>(p), r, rf);
+                    else approximate<float>::fitLineGeom(vec2<float>(p), r);
+                    return r;
+                });
+            if (!record) return py::cast(l);
+            py::dict rec;
+            rec["std_abw_orth"] = p.single ? double(rf.stdAbwOrth) : rd.stdAbwOrth;
+            rec["std_abw_along"] = p.single ? double(rf.stdAbwAlong) : rd.stdAbwAlong;
+            return py::make_tuple(l, rec);
+        },
+        py::arg("points"), py::arg("record") = false,
+        "Orthogonal line fit of (N, 2) or (N, 3) points.\nExample: l = fit_line_geom(pts)");
+
+    m.def(
+        "fit_plane_geom",
+        [](py::handle pts, bool record) -> py::object {
+            PointArray p = points(pts, 3);
+            CqPlaneGeomStdAbw<double> rd;
+            CqPlaneGeomStdAbw<float> rf;
+            Cplane3<double> e = dispatch<Cplane3<double>>(
+                p,
+                [&] {
+                    Cplane3<double> r;
+                    approximate<double>::fitPlaneGeom(vec3<double>(p), r, rd);
+                    return r;
+                },
+                [&] {
+                    Cplane3<float> r;
+                    approximate<float>::fitPlaneGeom(vec3<float>(p), r, rf);
+                    return r;
+                });
+            if (!record) return py::cast(e);
+            py::dict rec;
+            rec["std_abw_normal"] = p.single ? double(rf.stdAbwNormal) : rd.stdAbwNormal;
+            rec["std_abw_second"] = p.single ? double(rf.stdAbwSecond) : rd.stdAbwSecond;
+            rec["std_abw_main"] = p.single ? double(rf.stdAbwMain) : rd.stdAbwMain;
+            return py::make_tuple(e, rec);
+        },
+        py::arg("points"), py::arg("record") = false,
+        "Orthogonal (total least squares) plane.\nExample: e = fit_plane_geom(pts)");
+
+    m.def(
+        "std_abw_circle2",
+        [](py::handle pts, Ccircle2<double> const& c) {
+            PointArray p = points(pts, 2);
+            auto v = vec2<double>(p);
+            return nogil([&] { return approximate<double>::StdAbwCircle2(v, c); });
+        },
+        py::arg("points"), py::arg("circle"), "Sample deviation of the point-centre distances.\nExample: std_abw_circle2(pts, c)");
+    m.def(
+        "std_abw_sphere",
+        [](py::handle pts, Csphere3<double> const& s) {
+            PointArray p = points(pts, 3);
+            auto v = vec3<double>(p);
+            return nogil([&] { return approximate<double>::StdAbwSphere(v, s); });
+        },
+        py::arg("points"), py::arg("sphere"), "Sample deviation of the point-centre distances.\nExample: std_abw_sphere(pts, s)");
+    m.def(
+        "std_abw_line2",
+        [](py::handle pts, Cline2<double> const& l) {
+            PointArray p = points(pts, 2);
+            auto v = vec2<double>(p);
+            return nogil([&] { return approximate<double>::StdAbwLine2(v, l); });
+        },
+        py::arg("points"), py::arg("line"), "Sample deviation of the signed distances.\nExample: std_abw_line2(pts, l)");
+
+    // ---------------------------------------------------------------- queries
+    auto distances2 = [](auto const& prim, py::handle pts) {
+        PointArray p = points(pts, 2);
+        auto v = vec2<double>(p);
+        std::vector<double> d;
+        nogil([&] {
+            geometric<double>::distance(prim, v, d);
+            return 0;
+        });
+        return py::array_t<double>(d.size(), d.data());
+    };
+    auto distances3 = [](auto const& prim, py::handle pts) {
+        PointArray p = points(pts, 3);
+        auto v = vec3<double>(p);
+        std::vector<double> d;
+        nogil([&] {
+            geometric<double>::distance(prim, v, d);
+            return 0;
+        });
+        return py::array_t<double>(d.size(), d.data());
+    };
+    m.def("distance", [=](Cline2<double> const& l, py::handle p) { return distances2(l, p); }, py::arg("line"),
+          py::arg("points"), "Signed distances of (N, 2) points from a line (see the C++ docs).\nExample: distance(l, pts)");
+    m.def("distance", [=](Cplane3<double> const& e, py::handle p) { return distances3(e, p); }, py::arg("plane"),
+          py::arg("points"));
+    m.def("distance", [=](Cline3<double> const& l, py::handle p) { return distances3(l, p); }, py::arg("line"),
+          py::arg("points"));
+    m.def("distance", [=](Csphere3<double> const& s, py::handle p) { return distances3(s, p); }, py::arg("sphere"),
+          py::arg("points"));
+    m.def(
+        "project",
+        [](Cplane3<double> const& e, py::handle pts) {
+            PointArray p = points(pts, 3);
+            auto v = vec3<double>(p);
+            nogil([&] {
+                geometric<double>::project(e, v);
+                return 0;
+            });
+            py::array_t<double> out({static_cast<py::ssize_t>(v.size()), py::ssize_t(3)});
+            auto o = out.mutable_unchecked<2>();
+            for (std::size_t i = 0; i < v.size(); ++i) {
+                o(i, 0) = v[i].x;
+                o(i, 1) = v[i].y;
+                o(i, 2) = v[i].z;
+            }
+            return out;
+        },
+        py::arg("plane"), py::arg("points"), "Orthogonal projection of (N, 3) points onto a plane.\nExample: project(e, pts)");
+    m.def(
+        "intersect",
+        [](Cplane3<double> const& e, Cline3<double> const& l) -> py::object {
+            Cpoint3<double> s;
+            if (!geometric<double>::intersect(e, l, s)) return py::none();
+            return arr3(s.x, s.y, s.z);
+        },
+        py::arg("plane"), py::arg("line"), "Intersection point of a plane and a line, or None.\nExample: intersect(e, l)");
+    m.def(
+        "intersect",
+        [](Cline2<double> const& a, Cline2<double> const& b) -> py::object {
+            Cpoint2<double> s;
+            if (!geometric<double>::intersect(a, b, s)) return py::none();
+            return arr2(s);
+        },
+        py::arg("a"), py::arg("b"));
+    m.def(
+        "intersect",
+        [](Cplane3<double> const& a, Cplane3<double> const& b) -> py::object {
+            Cline3<double> l;
+            if (!geometric<double>::intersect(a, b, l)) return py::none();
+            return py::cast(l);
+        },
+        py::arg("a"), py::arg("b"));
+
+    // ---------------------------------------------------------------- planar sets
+    m.def(
+        "convex_hull",
+        [](py::handle pts) {
+            PointArray p = points(pts, 2);
+            auto v = vec2<double>(p);
+            std::vector<Cvector2<double>> w(v.size());
+            for (std::size_t i = 0; i < v.size(); ++i) w[i] = Cvector2<double>(v[i].x, v[i].y);
+            std::vector<Cvector2<double>> h = nogil([&] { return CcvxHull2D<double>(std::move(w)).points(); });
+            py::array_t<double> out({static_cast<py::ssize_t>(h.size()), py::ssize_t(2)});
+            auto o = out.mutable_unchecked<2>();
+            for (std::size_t i = 0; i < h.size(); ++i) {
+                o(i, 0) = h[i].x;
+                o(i, 1) = h[i].y;
+            }
+            return out;
+        },
+        py::arg("points"), "Corners of the convex hull of (N, 2) points, as an (M, 2) array.\nExample: convex_hull(pts)");
+
+    py::class_<Cpolygon2<double>>(m, "Polygon2", "Polygon with point containment.\nExample: Polygon2(corners).contains(queries)")
+        .def(py::init([](py::handle pts) {
+                 PointArray p = points(pts, 2, "corners");
+                 Cpolygon2<double> poly(vec2<double>(p));
+                 poly.preprocess();
+                 return poly;
+             }),
+             py::arg("corners"))
+        .def(
+            "contains",
+            [](Cpolygon2<double> const& poly, py::handle pts) {
+                PointArray p = points(pts, 2, "queries");
+                auto v = vec2<double>(p);
+                py::array_t<bool> out(static_cast<py::ssize_t>(v.size()));
+                bool* o = out.mutable_data();
+                nogil([&] {
+                    for (std::size_t i = 0; i < v.size(); ++i) o[i] = poly.pointIsIn(v[i]);
+                    return 0;
+                });
+                return out;
+            },
+            py::arg("queries"), "Boolean array: which of the (M, 2) query points lie inside.");
+
+    // ---------------------------------------------------------------- solvers
+    auto matrixOf = [](py::handle A) {
+        auto a = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(A);
+        if (!a || a.ndim() != 2) throw py::value_error("A: expected a matrix of shape (m, n)");
+        Cmatrix<double> M(static_cast<unsigned>(a.shape(0)), static_cast<unsigned>(a.shape(1)));
+        if (a.size()) std::memcpy(M.getBase(), a.data(), sizeof(double) * static_cast<std::size_t>(a.size()));
+        return M;
+    };
+    auto rhsOf = [](py::handle b, std::size_t m) {
+        auto a = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(b);
+        if (!a || a.ndim() != 1 || static_cast<std::size_t>(a.shape(0)) != m)
+            throw py::value_error("b: expected a vector of shape (" + std::to_string(m) + ",)");
+        return std::vector<double>(a.data(), a.data() + a.size());
+    };
+    auto column = [](Cmatrix<double> const& x) {
+        std::vector<double> v(x.m());
+        for (unsigned i = 0; i < x.m(); ++i) v[i] = x(i, 0);
+        return py::array_t<double>(v.size(), v.data());
+    };
+    m.def(
+        "lu_solve",
+        [=](py::handle A, py::handle b) {
+            Cmatrix<double> M = matrixOf(A);
+            std::vector<double> r = rhsOf(b, M.m());
+            Cmatrix<double> x = nogil([&] {
+                Csolver_luDecomp<double> lu(M);
+                return lu.solve(r);
+            });
+            return column(x);
+        },
+        py::arg("A"), py::arg("b"), "Solves A x = b by LU decomposition (MathError when singular).\nExample: lu_solve(A, b)");
+    m.def(
+        "svd_solve",
+        [=](py::handle A, py::handle b) {
+            Cmatrix<double> M = matrixOf(A);
+            std::vector<double> r = rhsOf(b, M.m());
+            unsigned rank = 0;
+            double cond = 0;
+            Cmatrix<double> x = nogil([&] {
+                Csolver_svd<double> svd(M);
+                Cmatrix<double> s = svd.solve(r);
+                rank = svd.getRank();
+                cond = svd.getCond();
+                return s;
+            });
+            return py::make_tuple(column(x), rank, cond);
+        },
+        py::arg("A"), py::arg("b"), "Least-squares / minimum-norm solution; returns (x, rank, cond).\nExample: x, rank, cond = svd_solve(A, b)");
+
+    // ---------------------------------------------------------------- moment sums
+    bindSums<2>(m, "MomentSums2");
+    bindSums<3>(m, "MomentSums3");
+    m.def("fit_circle_lsq_sums", [](Sums<2> const& s) { return nogil([&] { Ccircle2<double> c; approximate<double>::fitCircleLsq(s, c); return c; }); }, py::arg("sums"),
+          "Algebraic circle from moment sums.\nExample: fit_circle_lsq_sums(MomentSums2(pts))");
+    m.def("fit_line_geom_sums", [](Sums<2> const& s) { return nogil([&] { Cline2<double> l; approximate<double>::fitLineGeom(s, l); return l; }); }, py::arg("sums"));
+    m.def("fit_line_geom_sums", [](Sums<3> const& s) { return nogil([&] { Cline3<double> l; approximate<double>::fitLineGeom(s, l); return l; }); }, py::arg("sums"));
+    m.def("fit_plane_geom_sums", [](Sums<3> const& s) { return nogil([&] { Cplane3<double> e; approximate<double>::fitPlaneGeom(s, e); return e; }); }, py::arg("sums"),
+          "Orthogonal plane from moment sums.\nExample: fit_plane_geom_sums(MomentSums3(pts))");
+    m.def("fit_sphere_lsq_sums", [](Sums<3> const& s) { return nogil([&] { Csphere3<double> r; approximate<double>::fitSphereLsq(s, r); return r; }); }, py::arg("sums"));
+
+    // For tests of the zero-copy read: the address the moment sums read from.
+    m.def("_data_address", [](py::handle pts, int dim) {
+        PointArray p = points(pts, dim);
+        return reinterpret_cast<std::uintptr_t>(p.arr.data());
+    });
+}

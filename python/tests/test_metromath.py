@@ -1,0 +1,184 @@
+"""The Python package against independent numpy computations, its error
+mapping, the zero-copy read, the moment sums and the Dask fits."""
+import pickle
+
+import numpy as np
+import pytest
+
+import metromath as mm
+
+
+def circle_points(rng, n=400, c=(1000.0, -2000.0), r=10.0, arc=2.0, noise=1e-3):
+    t = rng.uniform(0, arc, n)
+    return np.c_[c[0] + r * np.cos(t), c[1] + r * np.sin(t)] + rng.normal(0, noise, (n, 2))
+
+
+def plane_points(rng, n=2000, off=1500.0):
+    uv = rng.uniform(-50, 50, (n, 2))
+    normal = np.array([0.2, -0.3, 1.0]) / np.linalg.norm([0.2, -0.3, 1.0])
+    e1 = np.cross(normal, [1, 0, 0])
+    e1 /= np.linalg.norm(e1)
+    e2 = np.cross(normal, e1)
+    p = off + uv[:, :1] * e1 + uv[:, 1:] * e2 + rng.normal(0, 1e-3, (n, 1)) * normal
+    return p, normal
+
+
+def kasa_reference(p):
+    # The library's algebraic model A*(u^2+v^2) + B*u + C*v = 1 on centred points.
+    m = p.mean(axis=0)
+    u, v = (p - m).T
+    sol = np.linalg.lstsq(np.c_[u * u + v * v, u, v], np.ones(len(u)), rcond=None)[0]
+    a, b, c = sol
+    return m - 0.5 * np.array([b, c]) / a, abs(0.5 * np.sqrt(b * b + c * c + 4 * a) / a)
+
+
+def test_fits_agree_with_numpy_references():
+    rng = np.random.default_rng(1)
+    p = circle_points(rng)
+    c = mm.fit_circle_lsq(p)
+    ref_c, ref_r = kasa_reference(p)
+    np.testing.assert_allclose(c.center, ref_c, rtol=1e-10)
+    assert c.radius == pytest.approx(ref_r, rel=1e-8)
+    c32 = mm.fit_circle_lsq((p - 1000).astype(np.float32))
+    assert c32.radius == pytest.approx(ref_r, rel=1e-4)
+    circle, rec = mm.fit_circle_lsq(p, record=True)
+    d = np.hypot(*(p - circle.center).T)
+    assert rec["std_abw"] == pytest.approx(d.std(ddof=1), rel=1e-6)
+    assert mm.std_abw_circle2(p, circle) == rec["std_abw"]
+
+    q, normal = plane_points(rng)
+    e = mm.fit_plane_geom(q)
+    _, _, vt = np.linalg.svd(q - q.mean(axis=0))
+    assert abs(abs(e.normal @ vt[2]) - 1) < 1e-12
+    assert abs(e.normal @ q.mean(axis=0) + e.d) < 1e-9
+    e2, rec = mm.fit_plane_geom(q, record=True)
+    assert rec["std_abw_normal"] == pytest.approx(1e-3, rel=0.1)
+    dist = mm.distance(e, q)
+    assert dist.shape == (len(q),) and np.abs(dist).max() < 1e-2
+    np.testing.assert_allclose(mm.distance(e, mm.project(e, q)), 0, atol=1e-9)
+
+    line = mm.fit_line_geom(q[:, :2] * [1, 0.01])
+    assert isinstance(line, mm.Line2) and abs(line.direction[0]) > 0.99
+    l3 = mm.fit_line_geom(np.c_[np.arange(10.0), 2 * np.arange(10.0), np.zeros(10)])
+    assert abs(abs(l3.direction @ [1, 2, 0]) / np.sqrt(5) - 1) < 1e-12
+    hit = mm.intersect(mm.Plane3([0, 0, 1], -2.0), mm.Line3([1, 1, 0], [0, 0, 1]))
+    np.testing.assert_allclose(hit, [1, 1, 2])
+    assert mm.intersect(mm.Line2([0, 0], [1, 0]), mm.Line2([0, 1], [1, 0])) is None
+    assert "radius=10" in repr(mm.Circle2([0, 0], 10.0))
+
+
+def test_hull_polygon_and_solvers():
+    rng = np.random.default_rng(2)
+    p = rng.normal(size=(1000, 2))
+    hull = mm.convex_hull(p)
+    # Convex and counter-clockwise or clockwise throughout, every point inside.
+    e = np.roll(hull, -1, axis=0) - hull
+    cross = e[:, 0] * np.roll(e, -1, axis=0)[:, 1] - e[:, 1] * np.roll(e, -1, axis=0)[:, 0]
+    assert np.all(cross > 0) or np.all(cross < 0)
+    inside = mm.Polygon2(hull).contains(p * 0.999)
+    assert inside.dtype == bool and inside.all()
+    square = mm.Polygon2(np.array([[0, 0], [4, 0], [4, 4], [0, 4]]))
+    q = rng.uniform(-1, 5, (500, 2))
+    expect = (q > 0).all(axis=1) & (q < 4).all(axis=1)
+    np.testing.assert_array_equal(square.contains(q), expect)
+    assert not square.contains(np.array([[np.nan, 1.0]]))[0]
+
+    A = rng.normal(size=(6, 6))
+    b = rng.normal(size=6)
+    np.testing.assert_allclose(mm.lu_solve(A, b), np.linalg.solve(A, b), rtol=1e-10)
+    R = np.array([[1, 2, 3], [2, 4, 6], [1, 1, 1.0]])
+    x, rank, cond = mm.svd_solve(R, R @ [1, 1, 1])
+    assert rank == 2 and cond > 1e15
+    np.testing.assert_allclose(x, np.linalg.pinv(R) @ (R @ [1, 1, 1]), atol=1e-12)
+
+
+def test_errors_shapes_and_dtypes():
+    with pytest.raises(mm.MathError) as err:
+        mm.lu_solve(np.zeros((3, 3)), np.ones(3))
+    assert isinstance(err.value, ValueError)
+    assert err.value.key == "CthrowMath::ERR_SOLVE_MATRIXSINGULAR" and err.value.id == 32
+    assert "singulär" in err.value.message
+    with pytest.raises(ValueError, match=r"shape \(N, 3\), got shape \(5, 2\)"):
+        mm.fit_plane_geom(np.zeros((5, 2)))
+    with pytest.raises(ValueError, match=r"shape \(N, 2\)"):
+        mm.fit_circle_lsq(np.zeros(8))
+    with pytest.raises(TypeError, match=r"shape \(N, 2\)"):
+        mm.fit_circle_lsq(np.array([["a", "b"]] * 5))
+    with pytest.raises(ValueError, match=r"b: expected a vector of shape \(3,\)"):
+        mm.lu_solve(np.eye(3), np.ones(4))
+    bad = circle_points(np.random.default_rng(3))
+    bad[7, 1] = np.nan
+    assert not mm.fit_circle_lsq_sums(mm.MomentSums2(bad)).is_valid()
+    assert not mm.fit_circle_lsq(np.zeros((3, 2))).is_valid()  # too few points
+    c = mm.fit_circle_lsq(np.arange(10, dtype=np.int32).reshape(5, 2))  # converted once
+    assert isinstance(c, mm.Circle2)
+
+
+def test_points_are_read_in_place():
+    big = np.random.default_rng(4).normal(size=(2_000_000, 3))
+    assert mm._metromath._data_address(big, 3) == big.ctypes.data
+    view = big[::2]  # strided, still read where it lies
+    assert mm._metromath._data_address(view, 3) == big.ctypes.data
+    s = mm.MomentSums3()
+    s.add(view)
+    assert s.count == 1_000_000
+    np.testing.assert_allclose(s.centroid, view.mean(axis=0), atol=1e-12)
+    ints = np.zeros((10, 3), dtype=np.int64)
+    assert mm._metromath._data_address(ints, 3) != ints.ctypes.data
+
+
+def test_moment_sums_merge_pickle_and_damage():
+    rng = np.random.default_rng(5)
+    for off in (0.0, 1e6):
+        p, _ = plane_points(rng, 5000, off)
+        whole = mm.fit_plane_geom_sums(mm.MomentSums3(p))
+        for _ in range(5):
+            cuts = np.sort(rng.integers(0, len(p), 4))
+            parts = [mm.MomentSums3(c) for c in np.split(p, cuts)]
+            rng.shuffle(parts)
+            total = parts[0]
+            for q in parts[1:]:
+                total = total + q
+            assert total.count == len(p)
+            merged = mm.fit_plane_geom_sums(total)
+            assert abs(abs(merged.normal @ whole.normal) - 1) < 1e-12
+            assert abs(abs(merged.d) - abs(whole.d)) <= 1e-12 * max(1, abs(whole.d))
+    s = mm.MomentSums2(circle_points(rng))
+    back = pickle.loads(pickle.dumps(s))
+    assert back.to_bytes() == s.to_bytes()
+    data = bytearray(s.to_bytes())
+    data[20] ^= 4
+    with pytest.raises(mm.MathError) as err:
+        mm.MomentSums2.from_bytes(bytes(data))
+    assert err.value.key == "CthrowMath::ERR_MATH_INVALID_ARGUMENT"
+    with pytest.raises(mm.MathError):
+        mm.MomentSums2.from_bytes(s.to_bytes()[:-1])
+    f32 = mm.MomentSums2(circle_points(rng).astype(np.float32))
+    assert f32.count == 400
+
+
+def test_dask_fit_on_local_cluster_equals_in_memory_fit():
+    da = pytest.importorskip("dask.array")
+    distributed = pytest.importorskip("distributed")
+    import metromath.dask as mdask
+
+    rng = np.random.default_rng(6)
+    p, _ = plane_points(rng, 20000, 1e5)
+    c = circle_points(rng, 3000)
+    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
+                                  dashboard_address=None) as cluster, distributed.Client(cluster):
+        plane = mdask.fit_plane(da.from_array(p, chunks=(1500, 3)))
+        circle = mdask.fit_circle(da.from_array(c, chunks=(700, 2)))
+        line = mdask.fit_line(da.from_array(p, chunks=(5000, 3)))
+        ball = np.c_[np.cos(c[:, :1] - 1000.0), np.sin(c[:, :1] - 1000.0), np.zeros((len(c), 1))]
+        ball[:, 2] = c[:, 1] + 2000.0  # points of a cylinder-like band: a sphere still fits
+        sphere = mdask.fit_sphere(da.from_array(ball, chunks=(400, 3)))
+    ref = mm.fit_plane_geom_sums(mm.MomentSums3(p))
+    assert abs(abs(plane.normal @ ref.normal) - 1) < 1e-12
+    assert abs(abs(plane.d) - abs(ref.d)) < 1e-12 * abs(ref.d)
+    refc = mm.fit_circle_lsq(c)
+    np.testing.assert_allclose(circle.center, refc.center, rtol=1e-11)
+    assert circle.radius == pytest.approx(refc.radius, rel=1e-9)
+    assert line.is_valid()
+    refs = mm.fit_sphere_lsq_sums(mm.MomentSums3(ball))
+    assert sphere.radius == pytest.approx(refs.radius, rel=1e-10)
