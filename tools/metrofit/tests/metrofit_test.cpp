@@ -159,8 +159,7 @@ PointSet circlePoints(FitResult& r) {
     r.shape = Shape::circle;
     r.method = Method::lsq;
     r.function = "approximate<double>::fitCircleLsq";
-    r.center = {1.0, -1.0, 0.0};
-    r.radius = 2.0;
+    r.primitive = math::Ccircle2<double>({1.0, -1.0}, 2.0);
     r.measures.push_back({"stdAbw", "std. deviation of radii (StdAbwCircle2)", 0.1069});
     computeResiduals(pts, r);
     return pts;
@@ -184,39 +183,34 @@ TEST(MetrofitResiduals, SignConventionsAndSummary) {
     lp.lineNumbers = {1, 2, 3};
     FitResult l;
     l.shape = Shape::line2;
-    l.point = {10, 1, 0};
-    l.direction = {1, 0, 0};
+    l.primitive = math::Cline2<double>(math::Cpoint2<double>(10, 1), math::Cdirec2<double>(1, 0));
     computeResiduals(lp, l);
     EXPECT_EQ(l.residuals, (std::vector<double>{2, -2, 0}));
     EXPECT_EQ(l.stats.maxAbs, 2.0);
     EXPECT_EQ(l.stats.maxAbsIndex, 0u);  // the first of equal magnitudes
 
-    // Plane z = 5 with normal +z (d = -5); sphere of radius 3 with a negative
-    // radius as the algebraic fit may return; spatial line along z.
+    // Plane z = 5 with normal +z (d = -5); sphere of radius 3; spatial line along z.
     PointSet sp;
     sp.dim = 3;
     sp.coords = {0, 0, 7, 1, 2, 4, 4, 0, 0};
     sp.lineNumbers = {1, 2, 3};
     FitResult pl;
     pl.shape = Shape::plane;
-    pl.normal = {0, 0, 1};
-    pl.d = -5;
+    pl.primitive = math::Cplane3<double>({0, 0, 1}, -5.0);
     computeResiduals(sp, pl);
     EXPECT_EQ(pl.residuals, (std::vector<double>{2, -1, -5}));
     EXPECT_EQ(pl.stats.maxAbsIndex, 2u);
 
     FitResult s;
     s.shape = Shape::sphere;
-    s.center = {0, 0, 0};
-    s.radius = -3;
+    s.primitive = math::Csphere3<double>({0, 0, 0}, 3);
     computeResiduals(sp, s);
     EXPECT_DOUBLE_EQ(s.residuals[0], 4.0);
     EXPECT_DOUBLE_EQ(s.residuals[2], 1.0);
 
     FitResult l3;
     l3.shape = Shape::line3;
-    l3.point = {0, 0, 100};
-    l3.direction = {0, 0, -1};
+    l3.primitive = math::Cline3<double>(math::Cpoint3<double>(0, 0, 100), math::Cdirec3<double>(0, 0, -1));
     computeResiduals(sp, l3);
     EXPECT_DOUBLE_EQ(l3.residuals[0], 0.0);
     EXPECT_DOUBLE_EQ(l3.residuals[1], std::sqrt(5.0));
@@ -340,8 +334,7 @@ TEST(MetrofitSvg, DrawingContents) {
     FitResult pl;
     pl.shape = Shape::plane;
     pl.method = Method::geom;
-    pl.normal = {0, 0, 1};
-    pl.d = -5;
+    pl.primitive = math::Cplane3<double>({0, 0, 1}, -5.0);
     computeResiduals(pp, pl);
     std::ostringstream po;
     writeSvg(po, pp, pl, SvgOptions());
@@ -371,6 +364,14 @@ std::string fitError(Shape s, Method m, PointSet const& p) {
     return "";
 }
 
+// The values of parameter `key` of a fit.
+std::vector<double> P(FitResult const& r, std::string const& key) {
+    for (Parameter const& p : parameters(r))
+        if (p.key == key) return p.values;
+    ADD_FAILURE() << "no parameter " << key;
+    return {kNaN, kNaN, kNaN};
+}
+
 struct RunResult {
     int rc;
     std::string out, err;
@@ -391,16 +392,16 @@ RunResult runTool(std::vector<std::string> args, std::string const& stdinText = 
 TEST(MetrofitFit, WellPosedSetsIncludingDiagonalScatter) {
     // Symmetric sets have an exactly diagonal scatter matrix: they must fit.
     const FitResult c = runFit(Shape::circle, Method::lsq, make(2, {3, -2, 1, 0, -1, -2, 1, -4}));
-    EXPECT_NEAR(c.center[0], 1.0, 1e-12);
-    EXPECT_NEAR(c.center[1], -2.0, 1e-12);
-    EXPECT_NEAR(c.radius, 2.0, 1e-12);
+    EXPECT_NEAR(P(c, "center")[0], 1.0, 1e-12);
+    EXPECT_NEAR(P(c, "center")[1], -2.0, 1e-12);
+    EXPECT_NEAR(P(c, "radius")[0], 2.0, 1e-12);
     EXPECT_LT(c.stats.maxAbs, 1e-12);
 
     // A horizontal line by both methods; the direction is turned to +x.
     for (Method m : {Method::geom, Method::lsq}) {
         const FitResult l = runFit(Shape::line2, m, make(2, {5, 3, 1, 3, 2, 3, 7, 3}));
-        EXPECT_NEAR(l.direction[0], 1.0, 1e-15) << methodName(m);
-        EXPECT_NEAR(l.direction[1], 0.0, 1e-15) << methodName(m);
+        EXPECT_NEAR(P(l, "direction")[0], 1.0, 1e-15) << methodName(m);
+        EXPECT_NEAR(P(l, "direction")[1], 0.0, 1e-15) << methodName(m);
         EXPECT_LT(l.stats.maxAbs, 1e-12) << methodName(m);
     }
 
@@ -408,10 +409,10 @@ TEST(MetrofitFit, WellPosedSetsIncludingDiagonalScatter) {
     // the reported normal and d describe the same plane as the library's.
     const FitResult p = runFit(Shape::plane, Method::geom, make(3, {0, 0, 2, 1, 0, 1, 0, 3, 2, 2, 5, 0, 4, 1, -2}));
     const double h = std::sqrt(0.5);
-    EXPECT_NEAR(p.normal[0], h, 1e-12);
-    EXPECT_NEAR(p.normal[1], 0.0, 1e-12);
-    EXPECT_NEAR(p.normal[2], h, 1e-12);
-    EXPECT_NEAR(p.d, -2.0 * h, 1e-12);
+    EXPECT_NEAR(P(p, "normal")[0], h, 1e-12);
+    EXPECT_NEAR(P(p, "normal")[1], 0.0, 1e-12);
+    EXPECT_NEAR(P(p, "normal")[2], h, 1e-12);
+    EXPECT_NEAR(P(p, "d")[0], -2.0 * h, 1e-12);
     EXPECT_LT(p.stats.maxAbs, 1e-12);
     EXPECT_EQ(p.measures.size(), 3u);
 
@@ -419,14 +420,14 @@ TEST(MetrofitFit, WellPosedSetsIncludingDiagonalScatter) {
     // origin lies outside, and the reported radius is positive either way.
     const FitResult s = runFit(Shape::sphere, Method::lsq,
                                make(3, {3, 2, 3, -1, 2, 3, 1, 4, 3, 1, 0, 3, 1, 2, 5, 1, 2, 1, 1 + std::sqrt(2.0), 2 + std::sqrt(2.0), 3}));
-    EXPECT_NEAR(s.center[2], 3.0, 1e-9);
-    EXPECT_NEAR(s.radius, 2.0, 1e-9);
+    EXPECT_NEAR(P(s, "center")[2], 3.0, 1e-9);
+    EXPECT_NEAR(P(s, "radius")[0], 2.0, 1e-9);
     const FitResult s0 = runFit(Shape::sphere, Method::lsq, make(3, {2, 0, 0, -2, 0, 0, 0, 2, 0, 0, -2, 0, 0, 0, 2}));
-    EXPECT_NEAR(s0.radius, 2.0, 1e-9);  // origin inside: the library's radius is negative
+    EXPECT_NEAR(P(s0, "radius")[0], 2.0, 1e-9);  // origin inside: the library's radius is negative
 
     // Spatial line along -x is reported along +x; residuals are radial.
     const FitResult l3 = runFit(Shape::line3, Method::geom, make(3, {4, 1, 0, 2, 1, 0, 0, 1, 0, -3, 1, 0}));
-    EXPECT_NEAR(l3.direction[0], 1.0, 1e-12);
+    EXPECT_NEAR(P(l3, "direction")[0], 1.0, 1e-12);
     EXPECT_LT(l3.stats.maxAbs, 1e-12);
 }
 
@@ -436,12 +437,12 @@ TEST(MetrofitFit, FloatInstantiation) {
     const FitResult c = runFit(Shape::circle, Method::lsq, make(2, {3, -2, 1, 0, -1, -2, 1, -4}), true);
     EXPECT_EQ(c.function, "approximate<float>::fitCircleLsq");
     EXPECT_EQ(c.scalar, "float");
-    EXPECT_NEAR(c.center[0], 1.0, 1e-5);
-    EXPECT_NEAR(c.center[1], -2.0, 1e-5);
-    EXPECT_NEAR(c.radius, 2.0, 1e-5);
+    EXPECT_NEAR(P(c, "center")[0], 1.0, 1e-5);
+    EXPECT_NEAR(P(c, "center")[1], -2.0, 1e-5);
+    EXPECT_NEAR(P(c, "radius")[0], 2.0, 1e-5);
     // Coordinates are rounded to float before the fit: 0.1 is not exact.
     const FitResult p = runFit(Shape::plane, Method::geom, make(3, {0, 0, 0.1, 1, 0, 0.1, 0, 1, 0.1, 1, 1, 0.1}), true);
-    EXPECT_EQ(p.d, -static_cast<double>(0.1f));
+    EXPECT_EQ(P(p, "d")[0], -static_cast<double>(0.1f));
     const PointSet big = make(2, {1e6, 0, 0, 2e6, -2e6, 0, 0, -2e6});
     EXPECT_EQ(fitError(Shape::circle, Method::lsq, big), "");  // double: fine
     try {
