@@ -146,18 +146,15 @@ void requireNotCollinear(FitInput const& in, double extent) {
     if (!(s.stdAbwSecond > kFlatRatio * s.stdAbwMain)) throw notDetermined(in, "the points are collinear");
 }
 
-// Power-of-two scaling is exact, so a result scaled back is the result of the
-// same fit on the unscaled data up to where that fit's sums underflow.
+// The result of a float fit in double.
 template <class T>
-double back(T v, int e) { return std::ldexp(static_cast<double>(v), -e); }
+math::Cpoint2<double> toDouble(math::Cpoint2<T> const& p) { return {double(p.x), double(p.y)}; }
 template <class T>
-math::Cpoint2<double> back(math::Cpoint2<T> const& p, int e) { return {back(p.x, e), back(p.y, e)}; }
+math::Cpoint3<double> toDouble(math::Cpoint3<T> const& p) { return {double(p.x), double(p.y), double(p.z)}; }
 template <class T>
-math::Cpoint3<double> back(math::Cpoint3<T> const& p, int e) { return {back(p.x, e), back(p.y, e), back(p.z, e)}; }
+math::Cdirec2<double> toDouble(math::Cdirec2<T> const& d) { return {double(d.x), double(d.y), true}; }
 template <class T>
-math::Cdirec2<double> direc(math::Cdirec2<T> const& d) { return {double(d.x), double(d.y), true}; }
-template <class T>
-math::Cdirec3<double> direc(math::Cdirec3<T> const& d) { return {double(d.x), double(d.y), double(d.z), true}; }
+math::Cdirec3<double> toDouble(math::Cdirec3<T> const& d) { return {double(d.x), double(d.y), double(d.z), true}; }
 
 template <class P>
 bool finite(P const& p) {
@@ -166,8 +163,8 @@ bool finite(P const& p) {
     return true;
 }
 
-void addMeasure(FitInput const& in, FitResult& r, const char* key, const char* label, double value, int power = 1) {
-    r.measures.push_back({key, label, std::ldexp(value, -power * in.scaleExp), power});
+void addMeasure(FitResult& r, const char* key, const char* label, double value, int power = 1) {
+    r.measures.push_back({key, label, value, power});
 }
 
 // ---- adapters, one per table entry ---------------------------------------
@@ -185,10 +182,10 @@ void line2Geom(FitInput const& in, FitResult& r) {
     math::CqLineGeom2DStdAbw<T> rec;
     A::fitLineGeom(p, eigenLine, rec);
     if (!line.isValid()) throw degenerate(in, "the fitted line is invalid");
-    addMeasure(in, r, "stdAbwOrth", "std. deviation across (stdAbwOrth)", rec.stdAbwOrth);
-    addMeasure(in, r, "stdAbwAlong", "std. deviation along (stdAbwAlong)", rec.stdAbwAlong);
-    addMeasure(in, r, "StdAbwLine2", "std. deviation of distances (StdAbwLine2)", A::StdAbwLine2(p, line));
-    r.primitive = math::Cline2<double>(back(line.point(), in.scaleExp), direc(line.direction()));
+    addMeasure(r, "stdAbwOrth", "std. deviation across (stdAbwOrth)", rec.stdAbwOrth);
+    addMeasure(r, "stdAbwAlong", "std. deviation along (stdAbwAlong)", rec.stdAbwAlong);
+    addMeasure(r, "StdAbwLine2", "std. deviation of distances (StdAbwLine2)", A::StdAbwLine2(p, line));
+    r.primitive = math::Cline2<double>(toDouble(line.point()), toDouble(line.direction()));
 }
 
 template <class T>
@@ -201,9 +198,9 @@ void line2Lsq(FitInput const& in, FitResult& r) {
     if (!line.isValid() || !finite(line.point()) || !finite(line.direction()))
         throw degenerate(in, "the algebraic line model a*x + b*y = 1 cannot represent a line through the origin "
                              "(0, 0); use --method geom");
-    addMeasure(in, r, "meanSqDist", "mean squared distance (fitLineLsq)", meanSq, 2);
-    addMeasure(in, r, "StdAbwLine2", "std. deviation of distances (StdAbwLine2)", A::StdAbwLine2(p, line));
-    r.primitive = math::Cline2<double>(back(line.point(), in.scaleExp), direc(line.direction()));
+    addMeasure(r, "meanSqDist", "mean squared distance (fitLineLsq)", meanSq, 2);
+    addMeasure(r, "StdAbwLine2", "std. deviation of distances (StdAbwLine2)", A::StdAbwLine2(p, line));
+    r.primitive = math::Cline2<double>(toDouble(line.point()), toDouble(line.direction()));
 }
 
 template <class T>
@@ -214,10 +211,10 @@ void line3Geom(FitInput const& in, FitResult& r) {
     math::approximate<T>::fitLineGeom(in.p3<T>(), line, rec);
     if (!line.isValid() || !finite(line.point()) || !finite(line.direction()))
         throw degenerate(in, "the fitted line is invalid");
-    addMeasure(in, r, "stdAbwMain", "spread along the line (stdAbwMain)", rec.stdAbwMain);
-    addMeasure(in, r, "stdAbwSecond", "spread across, major (stdAbwSecond)", rec.stdAbwSecond);
-    addMeasure(in, r, "stdAbwThird", "spread across, minor (stdAbwThird)", rec.stdAbwThird);
-    r.primitive = math::Cline3<double>(back(line.point(), in.scaleExp), direc(line.direction()));
+    addMeasure(r, "stdAbwMain", "spread along the line (stdAbwMain)", rec.stdAbwMain);
+    addMeasure(r, "stdAbwSecond", "spread across, major (stdAbwSecond)", rec.stdAbwSecond);
+    addMeasure(r, "stdAbwThird", "spread across, minor (stdAbwThird)", rec.stdAbwThird);
+    r.primitive = math::Cline3<double>(toDouble(line.point()), toDouble(line.direction()));
 }
 
 template <class T>
@@ -229,9 +226,9 @@ void circleLsq(FitInput const& in, FitResult& r) {
     if (!c.isValid() || !finite(c.center()) || !std::isfinite(c.radius()) ||
         std::fabs(c.radius()) > kHugeRadius * in.diagonal)
         throw degenerate(in, "the points lie too close to a straight line, the fitted radius (" +
-                                 num(back(c.radius(), in.scaleExp)) + ") is not meaningful");
-    addMeasure(in, r, "stdAbw", "std. deviation of radii (StdAbwCircle2)", rec.stdAbw);
-    r.primitive = math::Ccircle2<double>(back(c.center(), in.scaleExp), back(c.radius(), in.scaleExp));
+                                 num(std::ldexp(double(c.radius()), -in.scaleExp)) + ") is not meaningful");
+    addMeasure(r, "stdAbw", "std. deviation of radii (StdAbwCircle2)", rec.stdAbw);
+    r.primitive = math::Ccircle2<double>(toDouble(c.center()), double(c.radius()));
 }
 
 template <class T>
@@ -243,18 +240,18 @@ void sphereLsq(FitInput const& in, FitResult& r) {
     if (!s.isValid() || !finite(s.center()) || !std::isfinite(s.radius()) ||
         std::fabs(s.radius()) > kHugeRadius * in.diagonal)
         throw degenerate(in, "the points lie too close to a plane, the fitted radius (" +
-                                 num(back(s.radius(), in.scaleExp)) + ") is not meaningful");
-    addMeasure(in, r, "stdAbw", "std. deviation of radii (StdAbwSphere)", rec.stdAbw);
+                                 num(std::ldexp(double(s.radius()), -in.scaleExp)) + ") is not meaningful");
+    addMeasure(r, "stdAbw", "std. deviation of radii (StdAbwSphere)", rec.stdAbw);
     // The algebraic sphere fit returns a negative radius when the origin lies
     // inside the sphere; the geometric radius is |r|.
-    r.primitive = math::Csphere3<double>(back(s.center(), in.scaleExp), std::fabs(back(s.radius(), in.scaleExp)));
+    r.primitive = math::Csphere3<double>(toDouble(s.center()), std::fabs(double(s.radius())));
 }
 
 template <class T>
 void planeResult(FitInput const& in, FitResult& r, math::Cplane3<T> const& plane) {
     if (!plane.isValid() || !finite(plane.normal()) || !std::isfinite(plane.d()))
         throw degenerate(in, "the fitted plane is invalid");
-    r.primitive = math::Cplane3<double>(direc(plane.normal()), back(plane.d(), in.scaleExp));
+    r.primitive = math::Cplane3<double>(toDouble(plane.normal()), double(plane.d()));
 }
 
 template <class T>
@@ -269,9 +266,9 @@ void planeGeom(FitInput const& in, FitResult& r) {
     const double flat = std::is_same<T, float>::value ? 1e-3 : kFlatRatio;
     if (in.pts.size() > 3 && !(rec.stdAbwSecond > flat * rec.stdAbwMain))
         throw notDetermined(in, "the points are collinear");
-    addMeasure(in, r, "stdAbwNormal", "std. deviation along the normal (stdAbwNormal)", rec.stdAbwNormal);
-    addMeasure(in, r, "stdAbwSecond", "in-plane spread, minor (stdAbwSecond)", rec.stdAbwSecond);
-    addMeasure(in, r, "stdAbwMain", "in-plane spread, major (stdAbwMain)", rec.stdAbwMain);
+    addMeasure(r, "stdAbwNormal", "std. deviation along the normal (stdAbwNormal)", rec.stdAbwNormal);
+    addMeasure(r, "stdAbwSecond", "in-plane spread, minor (stdAbwSecond)", rec.stdAbwSecond);
+    addMeasure(r, "stdAbwMain", "in-plane spread, major (stdAbwMain)", rec.stdAbwMain);
     planeResult(in, r, plane);
 }
 
@@ -413,7 +410,10 @@ FitResult runFit(Shape shape, FitOptions const& options, PointSet const& pts) {
     r.shape = shape;
     r.method = options.method;
     r.scalar = single ? "float" : "double";
+    r.scaleExp = in.scaleExp;
     (single ? method->asFloat : method->asDouble)(in, r);
+    r.primitive = scaledBy(r.primitive, -in.scaleExp);
+    for (Measure& m : r.measures) m.value = std::ldexp(m.value, -m.lengthPower * in.scaleExp);
     std::visit(Orient(), r.primitive);
     computeResiduals(pts, r);
     return r;

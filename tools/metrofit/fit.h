@@ -57,6 +57,9 @@ struct FitResult {
     std::string function;           // library call, e.g. "approximate<double>::fitCircleLsq"
     std::string scalar = "double";  // coordinate type of the fit: "double" or "float"
     Primitive primitive;
+    // The points were fitted scaled by 2^scaleExp (0 unless their extent is
+    // tiny); the residuals are measured at that scale too, then scaled back.
+    int scaleExp = 0;
     std::vector<Measure> measures;  // deviation measures of the library
     std::vector<double> residuals;  // signed distance of each point
     ResidualStats stats;
@@ -115,6 +118,10 @@ const char* residualMeaning(Shape s);
 // Signed radial distance |p - centre| - radius of a point from a circle
 // (positive outside), without underflow for tiny circles.
 double radialResidual(math::Ccircle2<double> const& c, math::Cpoint2<double> const& p);
+
+// The primitive scaled about the origin by 2^e (exact unless it under- or
+// overflows).
+Primitive scaledBy(Primitive const& p, int e);
 
 // Signed distance of every point from the primitive in `r` (see
 // residualMeaning; the library's distance functions), and their summary.

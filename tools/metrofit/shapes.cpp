@@ -71,17 +71,42 @@ struct Parameters {
     }
 };
 
-// Residual of point i: the library's distance, the circle's radial one.
+template <class P>
+P scaled(P const& p, int e) { return p * std::ldexp(1.0, e); }
+
+struct ScaledBy {
+    int e;
+    Primitive operator()(math::Cline2<double> const& l) const {
+        return math::Cline2<double>(scaled(l.point(), e), l.direction());
+    }
+    Primitive operator()(math::Cline3<double> const& l) const {
+        return math::Cline3<double>(scaled(l.point(), e), l.direction());
+    }
+    Primitive operator()(math::Ccircle2<double> const& c) const {
+        return math::Ccircle2<double>(scaled(c.center(), e), std::ldexp(c.radius(), e));
+    }
+    Primitive operator()(math::Csphere3<double> const& s) const {
+        return math::Csphere3<double>(scaled(s.center(), e), std::ldexp(s.radius(), e));
+    }
+    Primitive operator()(math::Cplane3<double> const& p) const {
+        return math::Cplane3<double>(p.normal(), std::ldexp(p.d(), e));
+    }
+};
+
+// Residual of point i: the library's distance, the circle's radial one; on
+// points and primitive scaled by 2^e, the result scaled back.
 struct Residuals {
     PointSet const& pts;
     std::vector<double>& out;
+    int e;
     template <class P>
     void planar(P const& prim, double (*f)(P const&, math::Cpoint2<double> const&)) const {
-        for (std::size_t i = 0; i < out.size(); ++i) out[i] = f(prim, point2(pts, i));
+        for (std::size_t i = 0; i < out.size(); ++i) out[i] = std::ldexp(f(prim, scaled(point2(pts, i), e)), -e);
     }
     template <class P>
     void spatial(P const& prim) const {
-        for (std::size_t i = 0; i < out.size(); ++i) out[i] = math::geometric<double>::distance(prim, point3(pts, i));
+        for (std::size_t i = 0; i < out.size(); ++i)
+            out[i] = std::ldexp(math::geometric<double>::distance(prim, scaled(point3(pts, i), e)), -e);
     }
     void operator()(math::Cline2<double> const& l) const {
         planar<math::Cline2<double>>(l, math::geometric<double>::distance);
@@ -94,6 +119,8 @@ struct Residuals {
 
 }  // namespace
 
+Primitive scaledBy(Primitive const& p, int e) { return e == 0 ? p : std::visit(ScaledBy{e}, p); }
+
 std::vector<Parameter> parameters(FitResult const& r) { return std::visit(Parameters(), r.primitive); }
 
 double radialResidual(math::Ccircle2<double> const& c, math::Cpoint2<double> const& p) {
@@ -104,16 +131,15 @@ double radialResidual(math::Ccircle2<double> const& c, math::Cpoint2<double> con
 void computeResiduals(PointSet const& pts, FitResult& r) {
     const std::size_t n = pts.size();
     r.residuals.assign(n, 0.0);
-    std::visit(Residuals{pts, r.residuals}, r.primitive);
+    std::visit(Residuals{pts, r.residuals, r.scaleExp}, scaledBy(r.primitive, r.scaleExp));
 
     ResidualStats s;
     if (n > 0) {
-        double sum = 0.0, sumSq = 0.0;
+        double sum = 0.0;
         s.min = s.max = r.residuals[0];
         for (std::size_t i = 0; i < n; ++i) {
             const double v = r.residuals[i];
             sum += v;
-            sumSq += v * v;
             if (v < s.min) s.min = v;
             if (v > s.max) s.max = v;
             if (std::fabs(v) > s.maxAbs) {
@@ -122,7 +148,15 @@ void computeResiduals(PointSet const& pts, FitResult& r) {
             }
         }
         s.mean = sum / static_cast<double>(n);
-        s.rms = std::sqrt(sumSq / static_cast<double>(n));
+        // Squares relative to the largest residual: no underflow for tiny
+        // residuals, no overflow for huge ones.
+        double sumSq = 0.0;
+        if (s.maxAbs > 0.0 && std::isfinite(s.maxAbs)) {
+            for (double v : r.residuals) sumSq += (v / s.maxAbs) * (v / s.maxAbs);
+            s.rms = s.maxAbs * std::sqrt(sumSq / static_cast<double>(n));
+        } else {
+            s.rms = s.maxAbs;
+        }
     }
     r.stats = s;
 }

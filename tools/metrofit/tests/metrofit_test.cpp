@@ -534,3 +534,118 @@ TEST(MetrofitApp, LibraryErrorsInUtf8OnOneLine) {
     EXPECT_EQ(line.find('\n'), std::string::npos);
     EXPECT_EQ(line.find('\xFC'), std::string::npos);  // no raw Windows-1252 byte left
 }
+
+TEST(MetrofitFit, TinySetsAreJudgedOnTheirOwnScale) {
+    // The same (inexact) sets moved to 2^-1000 (about 1e-301): every fit gives
+    // the scaled result, not "all points coincide", and the residuals keep
+    // their size (no squares underflow).
+    const std::vector<std::pair<Shape, PointSet>> sets = {
+        {Shape::circle, make(2, {3, -2, 1, 0, -1, -2, 1, -4, 2.3, -0.4})},
+        {Shape::sphere, make(3, {3, 2, 3, -1, 2, 3, 1, 4, 3, 1, 0, 3, 1, 2, 5, 1, 2, 1.1})},
+        {Shape::plane, make(3, {0, 0, 2, 1, 0, 1, 0, 3, 2, 2, 5, 0, 4, 1, -2.5})},
+        {Shape::line2, make(2, {0, 1, 1, 3.1, 2, 5, 3, 6.9})},
+        {Shape::line3, make(3, {0, 1, 2, 1, 3.1, 2, 2, 5, 2.2})},
+    };
+    for (auto const& s : sets) {
+        SCOPED_TRACE(shapeInfo(s.first).name);
+        PointSet tiny = s.second;
+        for (double& c : tiny.coords) c = std::ldexp(c, -1000);
+        const Method m = shapeInfo(s.first).methods.front().method;
+        const FitResult big = runFit(s.first, m, s.second), small = runFit(s.first, m, tiny);
+        const std::vector<Parameter> pb = parameters(big), ps = parameters(small);
+        for (std::size_t k = 0; k < pb.size(); ++k) {
+            const int power = pb[k].key == "direction" || pb[k].key == "normal" ? 0 : 1;
+            for (std::size_t j = 0; j < pb[k].values.size(); ++j)
+                EXPECT_NEAR(std::ldexp(ps[k].values[j], 1000 * power), pb[k].values[j], 1e-12) << pb[k].key;
+        }
+        EXPECT_NEAR(std::ldexp(small.stats.rms, 1000) / big.stats.rms, 1.0, 1e-9);
+    }
+    // Degenerate stays degenerate at any scale, and says why.
+    PointSet line = make(2, {0, 1, 1, 3, 2, 5, 3, 7});
+    for (double& c : line.coords) c = std::ldexp(c, -1000);
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, line),
+              "m.txt: degenerate point configuration: the points are collinear, a circle is not determined");
+}
+
+namespace {
+
+// A 16 MiB line of digits (as good as endless): a reader that keeps whole
+// lines reads all of it.
+struct EndlessLine : std::streambuf {
+    std::size_t served = 0;
+    char chunk[4096];
+    EndlessLine() { std::fill(chunk, chunk + sizeof chunk, '1'); }
+    int_type underflow() override {
+        if (served >= (std::size_t(16) << 20)) return traits_type::eof();
+        served += sizeof chunk;
+        setg(chunk, chunk, chunk + sizeof chunk);
+        return '1';
+    }
+};
+
+// Accepts `room` bytes, then fails every write; counts what it was offered.
+struct FullDisk : std::streambuf {
+    std::size_t room, offered = 0;
+    explicit FullDisk(std::size_t r) : room(r) {}
+    int_type overflow(int_type c) override { return xsputn(reinterpret_cast<const char*>(&c), 1) ? c : EOF; }
+    std::streamsize xsputn(const char*, std::streamsize n) override {
+        offered += static_cast<std::size_t>(n);
+        if (offered > room) return 0;
+        return n;
+    }
+};
+
+}  // namespace
+
+TEST(MetrofitReader, LongLinesAreRefusedAtOnce) {
+    EndlessLine endless;
+    std::istream in(&endless);
+    try {
+        readPoints(in, "t.csv");
+        FAIL() << "no error";
+    } catch (InputError const& e) {
+        EXPECT_EQ(std::string(e.what()), "t.csv:1: line longer than 65536 bytes, not a point file");
+    }
+    EXPECT_LE(endless.served, kMaxLineLength + 8192);
+    // The limit itself: a line of exactly 65536 bytes reads, one more does not
+    // (also as the last line without a line end).
+    const std::string pad(kMaxLineLength - 4, ' ');
+    EXPECT_EQ(read("1 2\n3 4" + pad + "\n5 6").size(), 3u);
+    EXPECT_EQ(readError("1 2\n3 4  " + pad + "\n"), "t.csv:2: line longer than 65536 bytes, not a point file");
+    EXPECT_EQ(readError("1 2\n3 4  " + pad), "t.csv:2: line longer than 65536 bytes, not a point file");
+}
+
+TEST(MetrofitSvg, LargeSetsDrawABoundedSample) {
+    std::vector<double> res(1000);
+    for (std::size_t i = 0; i < res.size(); ++i) res[i] = std::sin(0.37 * static_cast<double>(i) * i);
+    res[777] = -5.0;
+    const std::vector<std::size_t> d = drawnPoints(res, 100);
+    ASSERT_LE(d.size(), 100u);
+    EXPECT_GE(d.size(), 90u);
+    EXPECT_TRUE(std::is_sorted(d.begin(), d.end()));
+    EXPECT_EQ(std::adjacent_find(d.begin(), d.end()), d.end());
+    // The 10 largest |residual| are all drawn.
+    std::vector<double> mags;
+    for (double v : res) mags.push_back(std::fabs(v));
+    std::vector<double> sorted = mags;
+    std::sort(sorted.rbegin(), sorted.rend());
+    std::size_t kept = 0;
+    for (std::size_t i : d) kept += mags[i] >= sorted[9] ? 1 : 0;
+    EXPECT_EQ(kept, 10u);
+    EXPECT_EQ(drawnPoints(res, 2000).size(), 1000u);
+
+    FitResult r;
+    PointSet pts = circlePoints(r);
+    SvgOptions opt;
+    opt.maxPoints = 5;
+    std::ostringstream out;
+    writeSvg(out, pts, r, opt);
+    EXPECT_EQ(count(out.str(), "<line "), drawnPoints(r.residuals, 5).size());
+    EXPECT_NE(out.str().find("grey: 5 of 8 measured points drawn"), std::string::npos);
+
+    // A failed write ends the drawing: nothing more is offered to the stream.
+    FullDisk full(600);
+    std::ostream sink(&full);
+    writeSvg(sink, pts, r, SvgOptions());
+    EXPECT_LT(full.offered, 1200u);
+}
