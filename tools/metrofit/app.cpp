@@ -99,9 +99,10 @@ void writeOutput(std::string const& path, std::ostream& out, std::string const& 
         std::string tmp = path + ".tmp-XXXXXX";
         const int fd = ::mkstemp(&tmp[0]);
         if (fd < 0) throw InputError("cannot write " + name + systemError(errno));
+        // The mode a new file would get, or the one of the file replaced.
         const mode_t mask = ::umask(0);
         ::umask(mask);
-        ::fchmod(fd, 0666 & ~mask);
+        ::fchmod(fd, exists ? (st.st_mode & 07777) : (0666 & ~mask));
         ::close(fd);
         target.swap(tmp);  // target: the temporary file; tmp: the final path
     }
@@ -136,9 +137,11 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
                    "Point file: 2 or 3 columns separated by commas, semicolons or blanks; '#' comments and one "
                    "header line allowed; '-' reads standard input")
         ->required();
-    app.add_option("-m,--method", methodText,
-                   "lsq (algebraic least squares), geom (orthogonal distances) or fast (plane by power "
-                   "iteration); default: geom for line2, line3 and plane, lsq for circle and sphere");
+    std::string methodHelp = "lsq (algebraic least squares), geom (orthogonal distances) or fast (plane by power "
+                             "iteration); offered (first = default):";
+    for (ShapeInfo const& info : shapes()) methodHelp += std::string(" ") + info.name + ": " + methodList(info) + ";";
+    methodHelp.back() = '.';
+    app.add_option("-m,--method", methodText, methodHelp);
     app.add_flag("--float", singlePrecision,
                  "Fit with the library's float instantiation (points rounded to float) instead of double");
     app.add_flag("--json", json, "Print the result as JSON instead of a table");

@@ -15,8 +15,8 @@
 
 namespace metrofit {
 
-// The points of one fit in the library's types, as T; scaled by 2^scaleExp
-// when the data's extent is too small for the fits' sums (see runFit).
+// The points of one fit in the library's types, as T, scaled by 2^scaleExp
+// to about unit extent (see runFit).
 struct FitInput {
     FitInput(PointSet const& p, ShapeInfo const& i, FitOptions const& o) : pts(p), info(i), options(o) {}
     PointSet const& pts;
@@ -87,12 +87,6 @@ InputError notDetermined(FitInput const& in, const char* why) {
 // coordinates would hold little of their measured detail anyway.
 template <class T>
 constexpr double maxCoordinate() { return std::is_same<T, float>::value ? 1e6 : 1e60; }
-
-// Below this extent the fourth powers of centred coordinates approach the
-// smallest normal number of T (or of float's matrices): the points are scaled
-// up by a power of two first.
-template <class T>
-constexpr double minExtent() { return std::is_same<T, float>::value ? 1e-8 : 1e-60; }
 
 template <class T>
 void requireModestMagnitudes(PointSet const& pts) {
@@ -388,7 +382,19 @@ FitResult runFit(Shape shape, FitOptions const& options, PointSet const& pts) {
     // at any scale, and tiny but well-formed sets are scaled up instead.
     const double extent = extentOf(pts);
     if (!(extent > 0.0)) throw notDetermined(in, "all points coincide");
-    if (extent < (single ? minExtent<float>() : minExtent<double>())) std::frexp(1.0 / extent, &in.scaleExp);
+    // The fits then run on the points scaled by a power of two to an extent
+    // in (1, 2] (but no coordinate beyond the range checked above): exact,
+    // and the library's absolute constants (the closed-form line's 1e-8, the
+    // fast plane's eps) and its sums of powers then see data of unit size.
+    std::frexp(1.0 / extent, &in.scaleExp);
+    double largest = 0.0;
+    for (double c : pts.coords) largest = std::max(largest, std::fabs(c));
+    const double room = (single ? maxCoordinate<float>() : maxCoordinate<double>()) / largest;
+    if (std::isfinite(room)) {
+        int roomExp = 0;
+        std::frexp(room, &roomExp);
+        in.scaleExp = std::min(in.scaleExp, roomExp - 1);
+    }
     requireDetermined(in, shape, options.method, extent);
 
     const std::size_t n = pts.size();

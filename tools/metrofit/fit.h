@@ -57,8 +57,8 @@ struct FitResult {
     std::string function;           // library call, e.g. "approximate<double>::fitCircleLsq"
     std::string scalar = "double";  // coordinate type of the fit: "double" or "float"
     Primitive primitive;
-    // The points were fitted scaled by 2^scaleExp (0 unless their extent is
-    // tiny); the residuals are measured at that scale too, then scaled back.
+    // The points were fitted scaled by 2^scaleExp (to about unit extent); the
+    // residuals are measured at that scale too, then scaled back.
     int scaleExp = 0;
     std::vector<Measure> measures;  // deviation measures of the library
     std::vector<double> residuals;  // signed distance of each point
@@ -134,10 +134,9 @@ void computeResiduals(PointSet const& pts, FitResult& r);
 // reason, and lets CthrowBase from the library pass (all as InputError).
 // Line directions and plane normals are turned so that their largest
 // component is positive (d follows the normal).  Degeneracy is judged
-// against the data's own extent, so the result does not depend on the unit
-// of length; point sets whose extent is too small for the fits' sums of
-// powers are scaled by a power of two before fitting and the result scaled
-// back (both exact).  With singlePrecision the points are rounded to float
+// against the data's own extent, and the fit runs on the points scaled by the
+// power of two that brings their extent near 1, its result scaled back (both
+// exact), so neither depends on the unit of length.  With singlePrecision the points are rounded to float
 // and fitted by approximate<float> (results reported in double as computed
 // in float).
 FitResult runFit(Shape shape, FitOptions const& options, PointSet const& pts);

@@ -560,6 +560,10 @@ TEST(MetrofitFit, TinySetsAreJudgedOnTheirOwnScale) {
         }
         EXPECT_NEAR(std::ldexp(small.stats.rms, 1000) / big.stats.rms, 1.0, 1e-9);
     }
+    // The closed-form line's absolute 1e-8 acts on unit-size data: a line
+    // over 20 um keeps its direction (not (0, 1)).
+    const FitResult d = runFit(Shape::line2, Method::geom, make(2, {0, 0, 1e-5, 1e-5, 2e-5, 2.1e-5}));
+    EXPECT_NEAR(P(d, "direction")[0], std::sqrt(0.5), 0.05);
     // Degenerate stays degenerate at any scale, and says why.
     PointSet line = make(2, {0, 1, 1, 3, 2, 5, 3, 7});
     for (double& c : line.coords) c = std::ldexp(c, -1000);
