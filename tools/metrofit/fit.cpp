@@ -98,36 +98,30 @@ void requireModestMagnitudes(PointSet const& pts) {
                                  " fits can sum");
 }
 
-// Largest side of the points' bounding box (the library's boxes).
-double extentOf(PointSet const& pts) {
-    if (pts.dim == 2) {
-        std::vector<math::Cpoint2<double>> p(pts.size());
-        for (std::size_t i = 0; i < p.size(); ++i) p[i] = point2(pts, i);
-        math::CboundingBox2<double> box;
-        box.set(p);
-        const math::Cpoint2<double> side = box.max() - box.min();
-        return std::max(side.x, side.y);
-    }
+// The points' bounding box (planar points in z = 0), largest side first.
+struct Extent {
     math::CboundingBox3<double> box;
-    std::vector<math::Cpoint3<double>> p(pts.size());
-    for (std::size_t i = 0; i < p.size(); ++i) p[i] = point3(pts, i);
-    box.set(p);
-    const math::Cpoint3<double> side = box.max() - box.min();
-    return std::max({side.x, side.y, side.z});
+    double size = 0.0;
+};
+Extent extentOf(PointSet const& pts) {
+    Extent e;
+    for (std::size_t i = 0; i < pts.size(); ++i) {
+        if (i == 0) e.box = math::CboundingBox3<double>(point3(pts, 0), point3(pts, 0));
+        e.box.add(point3(pts, i));
+    }
+    const math::Cpoint3<double> side = e.box.max() - e.box.min();
+    e.size = std::max({side.x, side.y, side.z});
+    return e;
 }
 
 // Principal spreads of the points, scaled to unit extent about the centre of
 // their box, from the library's orthogonal plane fit (planar points lie in
 // z = 0 and have a zero normal spread).  In double on the data as read,
 // whatever type fits them.  Needs at least 4 points.
-math::CqPlaneGeomStdAbw<double> unitSpreads(FitInput const& in, double extent) {
-    PointSet const& pts = in.pts;
-    math::CboundingBox3<double> box;
-    std::vector<math::Cpoint3<double>> p(pts.size());
-    for (std::size_t i = 0; i < p.size(); ++i) p[i] = point3(pts, i);
-    box.set(p);
-    const math::Cpoint3<double> centre = (box.min() + box.max()) * 0.5;
-    for (math::Cpoint3<double>& q : p) q = (q - centre) / extent;
+math::CqPlaneGeomStdAbw<double> unitSpreads(FitInput const& in, Extent const& extent) {
+    const math::Cpoint3<double> centre = (extent.box.min() + extent.box.max()) * 0.5;
+    std::vector<math::Cpoint3<double>> p(in.pts.size());
+    for (std::size_t i = 0; i < p.size(); ++i) p[i] = (point3(in.pts, i) - centre) / extent.size;
     math::Cplane3<double> plane;
     math::CqPlaneGeomStdAbw<double> rec;
     math::approximate<double>::fitPlaneGeom(p, plane, rec);
@@ -135,7 +129,7 @@ math::CqPlaneGeomStdAbw<double> unitSpreads(FitInput const& in, double extent) {
 }
 
 // The second spread vanishing: the points lie on a line.
-void requireNotCollinear(FitInput const& in, double extent) {
+void requireNotCollinear(FitInput const& in, Extent const& extent) {
     const math::CqPlaneGeomStdAbw<double> s = unitSpreads(in, extent);
     if (!(s.stdAbwSecond > kFlatRatio * s.stdAbwMain)) throw notDetermined(in, "the points are collinear");
 }
@@ -277,7 +271,7 @@ void planeFast(FitInput const& in, FitResult& r) {
 // ---- checks before the fit ------------------------------------------------
 
 // Shape-specific refusals that the fit's own result cannot tell.
-void requireDetermined(FitInput const& in, Shape shape, Method method, double extent) {
+void requireDetermined(FitInput const& in, Shape shape, Method method, Extent const& extent) {
     PointSet const& pts = in.pts;
     switch (shape) {
         case Shape::circle:
@@ -380,13 +374,13 @@ FitResult runFit(Shape shape, FitOptions const& options, PointSet const& pts) {
     FitInput in(pts, info, options);
     // Degeneracy is judged on the data's own extent: equal points are equal
     // at any scale, and tiny but well-formed sets are scaled up instead.
-    const double extent = extentOf(pts);
-    if (!(extent > 0.0)) throw notDetermined(in, "all points coincide");
+    const Extent extent = extentOf(pts);
+    if (!(extent.size > 0.0)) throw notDetermined(in, "all points coincide");
     // The fits then run on the points scaled by a power of two to an extent
     // in (1, 2] (but no coordinate beyond the range checked above): exact,
     // and the library's absolute constants (the closed-form line's 1e-8, the
     // fast plane's eps) and its sums of powers then see data of unit size.
-    std::frexp(1.0 / extent, &in.scaleExp);
+    std::frexp(1.0 / extent.size, &in.scaleExp);
     double largest = 0.0;
     for (double c : pts.coords) largest = std::max(largest, std::fabs(c));
     const double room = (single ? maxCoordinate<float>() : maxCoordinate<double>()) / largest;
