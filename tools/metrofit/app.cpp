@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <new>
@@ -89,14 +90,16 @@ void writeOutput(std::string const& path, std::ostream& out, std::string const& 
         if (!out) throw InputError("writing the " + what + " to the standard output failed");
         return;
     }
+    // A symbolic link keeps pointing to the file it names: write that file.
+    std::error_code linkError;
+    const std::filesystem::path real = std::filesystem::canonical(path, linkError);
+    const std::string finalPath = linkError ? path : real.string();
     struct stat st;
-    const bool exists = ::stat(path.c_str(), &st) == 0;
+    const bool exists = ::stat(finalPath.c_str(), &st) == 0;
     if (exists && S_ISDIR(st.st_mode)) throw InputError("cannot write " + name + ": is a directory");
-    std::string target = path;
-    if (exists && !S_ISREG(st.st_mode)) {
-        target.clear();
-    } else {
-        std::string tmp = path + ".tmp-XXXXXX";
+    std::string target;  // the temporary file; empty for devices and pipes, written directly
+    if (!exists || S_ISREG(st.st_mode)) {
+        std::string tmp = finalPath + ".tmp-XXXXXX";
         const int fd = ::mkstemp(&tmp[0]);
         if (fd < 0) throw InputError("cannot write " + name + systemError(errno));
         // The mode a new file would get, or the one of the file replaced.
@@ -104,7 +107,7 @@ void writeOutput(std::string const& path, std::ostream& out, std::string const& 
         ::umask(mask);
         ::fchmod(fd, exists ? (st.st_mode & 07777) : (0666 & ~mask));
         ::close(fd);
-        target.swap(tmp);  // target: the temporary file; tmp: the final path
+        target = tmp;
     }
     const std::string& file = target.empty() ? path : target;
     try {
@@ -114,7 +117,7 @@ void writeOutput(std::string const& path, std::ostream& out, std::string const& 
         write(f);
         f.close();
         if (!f) throw InputError("writing " + name + " failed" + systemError(errno));
-        if (!target.empty() && std::rename(target.c_str(), path.c_str()) != 0)
+        if (!target.empty() && std::rename(target.c_str(), finalPath.c_str()) != 0)
             throw InputError("cannot write " + name + systemError(errno));
     } catch (...) {
         if (!target.empty()) std::remove(target.c_str());
