@@ -9,12 +9,19 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <new>
 #include <ostream>
 #include <sstream>
+#include <system_error>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #ifndef METROFIT_VERSION
 #define METROFIT_VERSION "unknown"
@@ -54,22 +61,68 @@ std::string shapeNames() {
 
 std::string methodList(ShapeInfo const& info) {
     std::string s;
-    for (Method m : info.methods) s += (s.empty() ? "" : ", ") + std::string(methodName(m));
+    for (FitMethod const& m : info.methods) s += (s.empty() ? "" : ", ") + std::string(methodName(m.method));
     return s;
 }
 
-// Writes to `path` ("-": the standard output) through `write`.
+std::string systemError(int code) {
+    return code != 0 ? ": " + std::error_code(code, std::generic_category()).message() : std::string();
+}
+
+// Refuses an output path that names the input file (compared by device and
+// inode, so also through another path or a hard link).
+bool sameFile(std::string const& a, std::string const& b) {
+    struct stat sa, sb;
+    return a != "-" && b != "-" && ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 &&
+           sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+// Writes to `path` ("-": the standard output) through `write`, which stops at
+// a failed write.  A regular file is written to a temporary file beside it
+// and renamed into place only when complete: a failure leaves no output file
+// (and an existing one unchanged).  Devices and pipes are written directly.
 void writeOutput(std::string const& path, std::ostream& out, std::string const& what,
                  std::function<void(std::ostream&)> const& write) {
+    const std::string name = "the " + what + " file '" + path + "'";
     if (path == "-") {
         write(out);
+        out.flush();
+        if (!out) throw InputError("writing the " + what + " to the standard output failed");
         return;
     }
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    if (!file) throw InputError("cannot write the " + what + " file '" + path + "'");
-    write(file);
-    file.flush();
-    if (!file) throw InputError("writing the " + what + " file '" + path + "' failed");
+    // A symbolic link keeps pointing to the file it names: write that file.
+    std::error_code linkError;
+    const std::filesystem::path real = std::filesystem::canonical(path, linkError);
+    const std::string finalPath = linkError ? path : real.string();
+    struct stat st;
+    const bool exists = ::stat(finalPath.c_str(), &st) == 0;
+    if (exists && S_ISDIR(st.st_mode)) throw InputError("cannot write " + name + ": is a directory");
+    std::string target;  // the temporary file; empty for devices and pipes, written directly
+    if (!exists || S_ISREG(st.st_mode)) {
+        std::string tmp = finalPath + ".tmp-XXXXXX";
+        const int fd = ::mkstemp(&tmp[0]);
+        if (fd < 0) throw InputError("cannot write " + name + systemError(errno));
+        // The mode a new file would get, or the one of the file replaced.
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        ::fchmod(fd, exists ? (st.st_mode & 07777) : (0666 & ~mask));
+        ::close(fd);
+        target = tmp;
+    }
+    const std::string& file = target.empty() ? path : target;
+    try {
+        errno = 0;
+        std::ofstream f(file, std::ios::binary | std::ios::trunc);
+        if (!f) throw InputError("cannot write " + name + systemError(errno));
+        write(f);
+        f.close();
+        if (!f) throw InputError("writing " + name + " failed" + systemError(errno));
+        if (!target.empty() && std::rename(target.c_str(), finalPath.c_str()) != 0)
+            throw InputError("cannot write " + name + systemError(errno));
+    } catch (...) {
+        if (!target.empty()) std::remove(target.c_str());
+        throw;
+    }
 }
 
 }  // namespace
@@ -87,9 +140,11 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
                    "Point file: 2 or 3 columns separated by commas, semicolons or blanks; '#' comments and one "
                    "header line allowed; '-' reads standard input")
         ->required();
-    app.add_option("-m,--method", methodText,
-                   "lsq (algebraic least squares), geom (orthogonal distances) or fast (plane by power "
-                   "iteration); default: geom for line2, line3 and plane, lsq for circle and sphere");
+    std::string methodHelp = "lsq (algebraic least squares), geom (orthogonal distances) or fast (plane by power "
+                             "iteration); offered (first = default):";
+    for (ShapeInfo const& info : shapes()) methodHelp += std::string(" ") + info.name + ": " + methodList(info) + ";";
+    methodHelp.back() = '.';
+    app.add_option("-m,--method", methodText, methodHelp);
     app.add_flag("--float", singlePrecision,
                  "Fit with the library's float instantiation (points rounded to float) instead of double");
     app.add_flag("--json", json, "Print the result as JSON instead of a table");
@@ -115,33 +170,39 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
         return kExitUsage;
     }
 
-    Shape shape;
-    if (!shapeFromName(fitName, shape)) {
+    ShapeInfo const* found = shapeFromName(fitName);
+    if (found == nullptr) {
         err << "metrofit: error: unknown fit '" << oneLine(fitName) << "'; choose one of " << shapeNames() << "\n";
         return kExitUsage;
     }
-    ShapeInfo const& info = shapeInfo(shape);
-    Method method = info.methods.front();
+    ShapeInfo const& info = *found;
+    FitOptions options;
+    options.method = info.methods.front().method;
+    options.singlePrecision = singlePrecision;
     if (!methodText.empty()) {
-        bool offered = methodFromName(methodText, method);
-        if (offered) {
-            offered = false;
-            for (Method m : info.methods) offered = offered || m == method;
-        }
-        if (!offered) {
+        Method m = Method::geom;
+        if (!methodFromName(methodText, m) || findMethod(info, m) == nullptr) {
             err << "metrofit: error: method '" << oneLine(methodText) << "' is not available for " << info.name
                 << "; available: " << methodList(info) << "\n";
             return kExitUsage;
         }
+        options.method = m;
+    }
+    for (std::string const* o : {&residualsPath, &svgPath}) {
+        if (!o->empty() && sameFile(*o, file)) {
+            err << "metrofit: error: the " << (o == &svgPath ? "SVG" : "residuals") << " file '" << oneLine(*o)
+                << "' is the input file; choose another output file\n";
+            return kExitUsage;
+        }
+    }
+    if (!svgPath.empty() && (svgPath == residualsPath || sameFile(svgPath, residualsPath)) && svgPath != "-") {
+        err << "metrofit: error: --svg and --residuals name the same file '" << oneLine(svgPath) << "'\n";
+        return kExitUsage;
     }
 
     try {
         const PointSet pts = readPointFile(file, in, info.dim);
-        if (pts.size() < info.minPoints) {
-            throw InputError(pts.source + ": the " + info.name + " fit needs at least " +
-                             std::to_string(info.minPoints) + " points, found " + std::to_string(pts.size()));
-        }
-        const FitResult result = runFit(shape, method, pts, singlePrecision);
+        const FitResult result = runFit(info.shape, options, pts);
 
         if (!residualsPath.empty())
             writeOutput(residualsPath, out, "residuals", [&](std::ostream& o) { writeResiduals(o, pts, result); });

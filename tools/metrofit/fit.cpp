@@ -1,9 +1,11 @@
-// runFit: the calls into the library's fitting functions (approximate<T> for
-// T = double, or float on request) and the checks that turn the library's silent degenerate results (NaN,
-// huge or arbitrary values, see math/approximate.h) into clear errors.
+// runFit and the shape table: the calls into the library's fitting functions
+// (approximate<T> for T = double, or float on request) and the checks that
+// turn the library's silent degenerate results (NaN, huge or arbitrary
+// values, see math/approximate.h) into clear errors.
 #include "fit.h"
 
 #include <math/approximate.h>
+#include <math/geometric.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,14 +15,39 @@
 
 namespace metrofit {
 
+// The points of one fit in the library's types, as T, scaled by 2^scaleExp
+// to about unit extent (see runFit).
+struct FitInput {
+    FitInput(PointSet const& p, ShapeInfo const& i, FitOptions const& o) : pts(p), info(i), options(o) {}
+    PointSet const& pts;
+    ShapeInfo const& info;
+    FitOptions const& options;
+    int scaleExp = 0;
+    double diagonal = 0.0;  // of the bounding box of the (scaled) points
+    std::vector<math::Cpoint2<double>> d2;
+    std::vector<math::Cpoint3<double>> d3;
+    std::vector<math::Cpoint2<float>> f2;
+    std::vector<math::Cpoint3<float>> f3;
+
+    template <class T>
+    std::vector<math::Cpoint2<T>> const& p2() const {
+        if constexpr (std::is_same<T, float>::value) return f2; else return d2;
+    }
+    template <class T>
+    std::vector<math::Cpoint3<T>> const& p3() const {
+        if constexpr (std::is_same<T, float>::value) return f3; else return d3;
+    }
+};
+
+math::Cpoint2<double> point2(PointSet const& pts, std::size_t i) { return {pts.at(i, 0), pts.at(i, 1)}; }
+math::Cpoint3<double> point3(PointSet const& pts, std::size_t i) {
+    return {pts.at(i, 0), pts.at(i, 1), pts.dim == 3 ? pts.at(i, 2) : 0.0};
+}
+
 namespace {
 
 template <class T>
-const char* typeName();
-template <>
-const char* typeName<double>() { return "double"; }
-template <>
-const char* typeName<float>() { return "float"; }
+const char* typeName() { return std::is_same<T, float>::value ? "float" : "double"; }
 
 template <class T>
 std::string functionName(const char* member) {
@@ -28,9 +55,10 @@ std::string functionName(const char* member) {
 }
 
 // A principal spread this many times smaller than the largest one counts as
-// zero: the points are collinear (circle, plane) or coplanar (sphere).  Exact
-// degenerate input leaves about sqrt(2^-52) ~ 1.5e-8 of rounding in the
-// spreads; 1e-6 is well above that and far below any real measurement.
+// zero: the points are collinear (circle, plane) or coplanar (sphere).  The
+// spreads are taken on the points scaled to unit extent, where exact
+// degenerate input leaves about sqrt(2^-52) ~ 1.5e-8 of rounding; 1e-6 is well
+// above that and far below any real measurement.
 constexpr double kFlatRatio = 1e-6;
 
 // A fitted radius this many times the diagonal of the points' bounding box
@@ -38,90 +66,17 @@ constexpr double kFlatRatio = 1e-6;
 // from the chord by less than L / 8e6.
 constexpr double kHugeRadius = 1e6;
 
-// The points in the library's types; for float each coordinate is rounded
-// to the nearest float.
-template <class T>
-std::vector<math::Cpoint2<T>> points2(PointSet const& pts) {
-    std::vector<math::Cpoint2<T>> v;
-    v.reserve(pts.size());
-    for (std::size_t i = 0; i < pts.size(); ++i) v.emplace_back(T(pts.at(i, 0)), T(pts.at(i, 1)));
-    return v;
-}
-
-template <class T>
-std::vector<math::Cpoint3<T>> points3(PointSet const& pts) {
-    std::vector<math::Cpoint3<T>> v;
-    v.reserve(pts.size());
-    for (std::size_t i = 0; i < pts.size(); ++i) v.emplace_back(T(pts.at(i, 0)), T(pts.at(i, 1)), T(pts.at(i, 2)));
-    return v;
-}
-
-double boxDiagonal(PointSet const& pts) {
-    double sum = 0.0;
-    for (int k = 0; k < pts.dim; ++k) {
-        double lo = pts.at(0, k), hi = lo;
-        for (std::size_t i = 1; i < pts.size(); ++i) {
-            lo = std::min(lo, pts.at(i, k));
-            hi = std::max(hi, pts.at(i, k));
-        }
-        sum += (hi - lo) * (hi - lo);
-    }
-    return std::sqrt(sum);
-}
-
-bool allFinite(std::initializer_list<double> values) {
-    for (double v : values)
-        if (!std::isfinite(v)) return false;
-    return true;
-}
-
 std::string num(double v) {
     char buf[32];
     std::snprintf(buf, sizeof buf, "%.6g", v);
     return buf;
 }
 
-InputError degenerate(PointSet const& pts, std::string const& why) {
-    return InputError(pts.source + ": degenerate point configuration: " + why);
+InputError degenerate(FitInput const& in, std::string const& why) {
+    return InputError(in.pts.source + ": degenerate point configuration: " + why);
 }
-
-// Principal spreads of a planar set: the eigenvalues of its centred 2x2
-// scatter matrix [[sxx, sxy], [sxy, syy]] in closed form, largest first.
-// Used only to recognise degenerate sets before fitting; computed here rather
-// than with the library's recorded line fit because that one yields NaN for
-// sets whose scatter is already diagonal (sxy = 0, e.g. axis-parallel lines
-// or symmetric point sets), which are perfectly good input.
-// The test is on the data as read, in double, whatever type fits them.
-void spreads2(PointSet const& pts, double& large, double& small) {
-    const std::size_t count = pts.size();
-    const double n = static_cast<double>(count);
-    double mx = 0.0, my = 0.0;
-    for (std::size_t i = 0; i < count; ++i) {
-        mx += pts.at(i, 0);
-        my += pts.at(i, 1);
-    }
-    mx /= n;
-    my /= n;
-    double sxx = 0.0, syy = 0.0, sxy = 0.0;
-    for (std::size_t i = 0; i < count; ++i) {
-        const double u = pts.at(i, 0) - mx, v = pts.at(i, 1) - my;
-        sxx += u * u;
-        syy += v * v;
-        sxy += u * v;
-    }
-    const double mean = 0.5 * (sxx + syy);
-    const double root = std::hypot(0.5 * (sxx - syy), sxy);
-    large = mean + root;
-    small = std::max(0.0, mean - root);
-}
-
-void requireNotCollinear2(PointSet const& pts, const char* what) {
-    double large = 0.0, small = 0.0;
-    spreads2(pts, large, small);
-    if (!(large > 0.0)) throw degenerate(pts, std::string("all points coincide, ") + what + " is not determined");
-    // Variances, so the ratio of standard deviations is squared.
-    if (!(small > kFlatRatio * kFlatRatio * large))
-        throw degenerate(pts, std::string("the points are collinear, ") + what + " is not determined");
+InputError notDetermined(FitInput const& in, const char* why) {
+    return degenerate(in, std::string(why) + ", " + in.info.noun + " is not determined");
 }
 
 // The fits form sums of up to fourth powers of the coordinates; beyond these
@@ -131,9 +86,7 @@ void requireNotCollinear2(PointSet const& pts, const char* what) {
 // stays below that up to n = 1e14; float carries about 7 digits, so larger
 // coordinates would hold little of their measured detail anyway.
 template <class T>
-constexpr double maxCoordinate() {
-    return std::is_same<T, float>::value ? 1e6 : 1e60;
-}
+constexpr double maxCoordinate() { return std::is_same<T, float>::value ? 1e6 : 1e60; }
 
 template <class T>
 void requireModestMagnitudes(PointSet const& pts) {
@@ -145,167 +98,209 @@ void requireModestMagnitudes(PointSet const& pts) {
                                  " fits can sum");
 }
 
-// Coplanarity and collinearity of a spatial set from the principal spreads
-// of the library's orthogonal plane fit, in double on the data as read.
-// Needs at least 4 points (3 go to the three-point plane without spreads).
-void spreads3(PointSet const& pts, math::CqPlaneGeomStdAbw<double>& rec) {
+// The points' bounding box (planar points in z = 0), largest side first.
+struct Extent {
+    math::CboundingBox3<double> box;
+    double size = 0.0;
+};
+Extent extentOf(PointSet const& pts) {
+    Extent e;
+    for (std::size_t i = 0; i < pts.size(); ++i) {
+        if (i == 0) e.box = math::CboundingBox3<double>(point3(pts, 0), point3(pts, 0));
+        e.box.add(point3(pts, i));
+    }
+    const math::Cpoint3<double> side = e.box.max() - e.box.min();
+    e.size = std::max({side.x, side.y, side.z});
+    return e;
+}
+
+// Principal spreads of the points, scaled to unit extent about the centre of
+// their box, from the library's orthogonal plane fit (planar points lie in
+// z = 0 and have a zero normal spread).  In double on the data as read,
+// whatever type fits them.  Needs at least 4 points.
+math::CqPlaneGeomStdAbw<double> unitSpreads(FitInput const& in, Extent const& extent) {
+    const math::Cpoint3<double> centre = (extent.box.min() + extent.box.max()) * 0.5;
+    std::vector<math::Cpoint3<double>> p(in.pts.size());
+    for (std::size_t i = 0; i < p.size(); ++i) p[i] = (point3(in.pts, i) - centre) / extent.size;
     math::Cplane3<double> plane;
-    math::approximate<double>::fitPlaneGeom(points3<double>(pts), plane, rec);
+    math::CqPlaneGeomStdAbw<double> rec;
+    math::approximate<double>::fitPlaneGeom(p, plane, rec);
+    return rec;
+}
+
+// The second spread vanishing: the points lie on a line.
+void requireNotCollinear(FitInput const& in, Extent const& extent) {
+    const math::CqPlaneGeomStdAbw<double> s = unitSpreads(in, extent);
+    if (!(s.stdAbwSecond > kFlatRatio * s.stdAbwMain)) throw notDetermined(in, "the points are collinear");
+}
+
+// The result of a float fit in double.
+template <class T>
+math::Cpoint2<double> toDouble(math::Cpoint2<T> const& p) { return {double(p.x), double(p.y)}; }
+template <class T>
+math::Cpoint3<double> toDouble(math::Cpoint3<T> const& p) { return {double(p.x), double(p.y), double(p.z)}; }
+template <class T>
+math::Cdirec2<double> toDouble(math::Cdirec2<T> const& d) { return {double(d.x), double(d.y), true}; }
+template <class T>
+math::Cdirec3<double> toDouble(math::Cdirec3<T> const& d) { return {double(d.x), double(d.y), double(d.z), true}; }
+
+template <class P>
+bool finite(P const& p) {
+    for (unsigned k = 0; k < sizeof(P) / sizeof(p.x); ++k)
+        if (!std::isfinite(p[k])) return false;
+    return true;
+}
+
+void addMeasure(FitResult& r, const char* key, const char* label, double value, int power = 1) {
+    r.measures.push_back({key, label, value, power});
+}
+
+// ---- adapters, one per table entry ---------------------------------------
+
+template <class T>
+void line2Geom(FitInput const& in, FitResult& r) {
+    using A = math::approximate<T>;
+    auto const& p = in.p2<T>();
+    // The line from the closed-formula fit, which handles axis-parallel sets;
+    // the recorded (eigen) form only for its deviations, which it leaves NaN
+    // ("n/a") when the scatter is already diagonal.
+    r.function = functionName<T>("fitLineGeom");
+    math::Cline2<T> line, eigenLine;
+    A::fitLineGeom(p, line);
+    math::CqLineGeom2DStdAbw<T> rec;
+    A::fitLineGeom(p, eigenLine, rec);
+    if (!line.isValid()) throw degenerate(in, "the fitted line is invalid");
+    addMeasure(r, "stdAbwOrth", "std. deviation across (stdAbwOrth)", rec.stdAbwOrth);
+    addMeasure(r, "stdAbwAlong", "std. deviation along (stdAbwAlong)", rec.stdAbwAlong);
+    addMeasure(r, "StdAbwLine2", "std. deviation of distances (StdAbwLine2)", A::StdAbwLine2(p, line));
+    r.primitive = math::Cline2<double>(toDouble(line.point()), toDouble(line.direction()));
 }
 
 template <class T>
-FitResult fitLine2(Method method, PointSet const& pts) {
+void line2Lsq(FitInput const& in, FitResult& r) {
     using A = math::approximate<T>;
-    double large = 0.0, small = 0.0;
-    spreads2(pts, large, small);
-    if (!(large > 0.0)) throw degenerate(pts, "all points coincide, a line is not determined");
-    const std::vector<math::Cpoint2<T>> p = points2<T>(pts);
-    FitResult r;
-    r.shape = Shape::line2;
-    r.method = method;
-
+    auto const& p = in.p2<T>();
+    r.function = functionName<T>("fitLineLsq");
     math::Cline2<T> line;
-    if (method == Method::lsq) {
-        r.function = functionName<T>("fitLineLsq");
-        const double meanSq = A::fitLineLsq(p, line);
-        if (!line.isValid() || !allFinite({line.point().x, line.point().y, line.direction().x, line.direction().y}))
-            throw degenerate(pts, "the algebraic line model a*x + b*y = 1 cannot represent a line through the "
-                                  "origin (0, 0); use --method geom");
-        r.measures.push_back({"meanSqDist", "mean squared distance (fitLineLsq)", meanSq});
-    } else {
-        // The line from the closed-formula fit, which handles axis-parallel
-        // sets; the recorded (eigen) form only for its deviations, which it
-        // leaves NaN ("n/a") when the scatter is already diagonal.
-        r.function = functionName<T>("fitLineGeom");
-        A::fitLineGeom(p, line);
-        math::Cline2<T> eigenLine;
-        math::CqLineGeom2DStdAbw<T> rec;
-        A::fitLineGeom(p, eigenLine, rec);
-        r.measures.push_back({"stdAbwOrth", "std. deviation across (stdAbwOrth)", rec.stdAbwOrth});
-        r.measures.push_back({"stdAbwAlong", "std. deviation along (stdAbwAlong)", rec.stdAbwAlong});
-    }
-    if (!line.isValid()) throw degenerate(pts, "the fitted line is invalid");
-    r.measures.push_back({"StdAbwLine2", "std. deviation of distances (StdAbwLine2)", A::StdAbwLine2(p, line)});
-    r.point = {line.point().x, line.point().y, 0.0};
-    r.direction = {line.direction().x, line.direction().y, 0.0};
-    return r;
+    const double meanSq = A::fitLineLsq(p, line);
+    if (!line.isValid() || !finite(line.point()) || !finite(line.direction()))
+        throw degenerate(in, "the algebraic line model a*x + b*y = 1 cannot represent a line through the origin "
+                             "(0, 0); use --method geom");
+    addMeasure(r, "meanSqDist", "mean squared distance (fitLineLsq)", meanSq, 2);
+    addMeasure(r, "StdAbwLine2", "std. deviation of distances (StdAbwLine2)", A::StdAbwLine2(p, line));
+    r.primitive = math::Cline2<double>(toDouble(line.point()), toDouble(line.direction()));
 }
 
 template <class T>
-FitResult fitCircle(PointSet const& pts) {
-    requireNotCollinear2(pts, "a circle");
-    const std::vector<math::Cpoint2<T>> p = points2<T>(pts);
-    FitResult r;
-    r.shape = Shape::circle;
-    r.method = Method::lsq;
-    r.function = functionName<T>("fitCircleLsq");
-    math::Ccircle2<T> c;
-    math::CqCircleLsqStdAbw<T> rec;
-    math::approximate<T>::fitCircleLsq(p, c, rec);
-    if (!c.isValid() || !allFinite({c.center().x, c.center().y, c.radius()}) ||
-        std::fabs(c.radius()) > kHugeRadius * boxDiagonal(pts))
-        throw degenerate(pts, "the points lie too close to a straight line, the fitted radius (" +
-                                  num(c.radius()) + ") is not meaningful");
-    r.center = {c.center().x, c.center().y, 0.0};
-    r.radius = std::fabs(c.radius());
-    r.measures.push_back({"stdAbw", "std. deviation of radii (StdAbwCircle2)", rec.stdAbw});
-    return r;
-}
-
-template <class T>
-FitResult fitSphere(PointSet const& pts) {
-    {
-        // Coplanar points (a circle in space, or less) leave the sphere open.
-        math::CqPlaneGeomStdAbw<double> rec;
-        spreads3(pts, rec);
-        if (!(rec.stdAbwMain > 0.0)) throw degenerate(pts, "all points coincide, a sphere is not determined");
-        if (!(rec.stdAbwNormal > kFlatRatio * rec.stdAbwSecond))
-            throw degenerate(pts, "the points are coplanar, a sphere is not determined");
-    }
-    FitResult r;
-    r.shape = Shape::sphere;
-    r.method = Method::lsq;
-    r.function = functionName<T>("fitSphereLsq");
-    math::Csphere3<T> s;
-    math::CqSphereLsqStdAbw<T> rec;
-    math::approximate<T>::fitSphereLsq(points3<T>(pts), s, rec);
-    if (!s.isValid() || !allFinite({s.center().x, s.center().y, s.center().z, s.radius()}) ||
-        std::fabs(s.radius()) > kHugeRadius * boxDiagonal(pts))
-        throw degenerate(pts, "the points lie too close to a plane, the fitted radius (" + num(s.radius()) +
-                                  ") is not meaningful");
-    r.center = {s.center().x, s.center().y, s.center().z};
-    // The algebraic sphere fit returns a negative radius when the origin lies
-    // inside the sphere; the report gives the geometric radius |r|.
-    r.radius = std::fabs(s.radius());
-    r.measures.push_back({"stdAbw", "std. deviation of radii (StdAbwSphere)", rec.stdAbw});
-    return r;
-}
-
-template <class T>
-FitResult fitPlane(Method method, PointSet const& pts) {
-    using A = math::approximate<T>;
-    FitResult r;
-    r.shape = Shape::plane;
-    r.method = method;
-    if (pts.size() == 3) {
-        // Three points go to the three-point plane, which prints a message
-        // when the cosine of the angle between p1p2 and p1p3 rounds to 1
-        // (angles below about 1e-8): refuse angles whose sine is below the
-        // flatness ratio before that can happen.
-        const double ux = pts.at(1, 0) - pts.at(0, 0), uy = pts.at(1, 1) - pts.at(0, 1), uz = pts.at(1, 2) - pts.at(0, 2);
-        const double wx = pts.at(2, 0) - pts.at(0, 0), wy = pts.at(2, 1) - pts.at(0, 1), wz = pts.at(2, 2) - pts.at(0, 2);
-        const double cx = uy * wz - uz * wy, cy = uz * wx - ux * wz, cz = ux * wy - uy * wx;
-        const double lu = std::sqrt(ux * ux + uy * uy + uz * uz), lw = std::sqrt(wx * wx + wy * wy + wz * wz);
-        if (!(std::sqrt(cx * cx + cy * cy + cz * cz) > kFlatRatio * lu * lw))
-            throw degenerate(pts, "the three points are collinear, a plane is not determined");
-    }
-    if (pts.size() > 3) {
-        math::CqPlaneGeomStdAbw<double> check;
-        spreads3(pts, check);
-        if (!(check.stdAbwMain > 0.0)) throw degenerate(pts, "all points coincide, a plane is not determined");
-        if (!(check.stdAbwSecond > kFlatRatio * check.stdAbwMain))
-            throw degenerate(pts, "the points are collinear, a plane is not determined");
-    }
-    const std::vector<math::Cpoint3<T>> p = points3<T>(pts);
-    math::Cplane3<T> plane;
-    if (method == Method::fast) {
-        r.function = functionName<T>("fitPlaneGeomFast");
-        const math::CqPlaneGeomFast<T> prm;
-        A::fitPlaneGeomFast(p, plane, prm);
-    } else {
-        r.function = functionName<T>("fitPlaneGeom");
-        math::CqPlaneGeomStdAbw<T> rec;
-        A::fitPlaneGeom(p, plane, rec);
-        r.measures.push_back({"stdAbwNormal", "std. deviation along the normal (stdAbwNormal)", rec.stdAbwNormal});
-        r.measures.push_back({"stdAbwSecond", "in-plane spread, minor (stdAbwSecond)", rec.stdAbwSecond});
-        r.measures.push_back({"stdAbwMain", "in-plane spread, major (stdAbwMain)", rec.stdAbwMain});
-    }
-    if (!plane.isValid() || !allFinite({plane.normal().x, plane.normal().y, plane.normal().z, plane.d()}))
-        throw degenerate(pts, "the fitted plane is invalid");
-    r.normal = {plane.normal().x, plane.normal().y, plane.normal().z};
-    r.d = plane.d();
-    return r;
-}
-
-template <class T>
-FitResult fitLine3(PointSet const& pts) {
-    FitResult r;
-    r.shape = Shape::line3;
-    r.method = Method::geom;
+void line3Geom(FitInput const& in, FitResult& r) {
     r.function = functionName<T>("fitLineGeom");
     math::Cline3<T> line;
     math::CqLineGeom3DStdAbw<T> rec;
-    math::approximate<T>::fitLineGeom(points3<T>(pts), line, rec);
-    if (pts.size() > 2 && !(rec.stdAbwMain > 0.0)) throw degenerate(pts, "all points coincide, a line is not determined");
-    if (!line.isValid() || !allFinite({line.point().x, line.point().y, line.point().z, line.direction().x,
-                                       line.direction().y, line.direction().z}))
-        throw degenerate(pts, "the points coincide, a line is not determined");
-    r.point = {line.point().x, line.point().y, line.point().z};
-    r.direction = {line.direction().x, line.direction().y, line.direction().z};
-    r.measures.push_back({"stdAbwMain", "spread along the line (stdAbwMain)", rec.stdAbwMain});
-    r.measures.push_back({"stdAbwSecond", "spread across, major (stdAbwSecond)", rec.stdAbwSecond});
-    r.measures.push_back({"stdAbwThird", "spread across, minor (stdAbwThird)", rec.stdAbwThird});
-    return r;
+    math::approximate<T>::fitLineGeom(in.p3<T>(), line, rec);
+    if (!line.isValid() || !finite(line.point()) || !finite(line.direction()))
+        throw degenerate(in, "the fitted line is invalid");
+    addMeasure(r, "stdAbwMain", "spread along the line (stdAbwMain)", rec.stdAbwMain);
+    addMeasure(r, "stdAbwSecond", "spread across, major (stdAbwSecond)", rec.stdAbwSecond);
+    addMeasure(r, "stdAbwThird", "spread across, minor (stdAbwThird)", rec.stdAbwThird);
+    r.primitive = math::Cline3<double>(toDouble(line.point()), toDouble(line.direction()));
+}
+
+template <class T>
+void circleLsq(FitInput const& in, FitResult& r) {
+    r.function = functionName<T>("fitCircleLsq");
+    math::Ccircle2<T> c;
+    math::CqCircleLsqStdAbw<T> rec;
+    math::approximate<T>::fitCircleLsq(in.p2<T>(), c, rec);
+    if (!c.isValid() || !finite(c.center()) || !std::isfinite(c.radius()) ||
+        std::fabs(c.radius()) > kHugeRadius * in.diagonal)
+        throw degenerate(in, "the points lie too close to a straight line, the fitted radius (" +
+                                 num(std::ldexp(double(c.radius()), -in.scaleExp)) + ") is not meaningful");
+    addMeasure(r, "stdAbw", "std. deviation of radii (StdAbwCircle2)", rec.stdAbw);
+    r.primitive = math::Ccircle2<double>(toDouble(c.center()), double(c.radius()));
+}
+
+template <class T>
+void sphereLsq(FitInput const& in, FitResult& r) {
+    r.function = functionName<T>("fitSphereLsq");
+    math::Csphere3<T> s;
+    math::CqSphereLsqStdAbw<T> rec;
+    math::approximate<T>::fitSphereLsq(in.p3<T>(), s, rec);
+    if (!s.isValid() || !finite(s.center()) || !std::isfinite(s.radius()) ||
+        std::fabs(s.radius()) > kHugeRadius * in.diagonal)
+        throw degenerate(in, "the points lie too close to a plane, the fitted radius (" +
+                                 num(std::ldexp(double(s.radius()), -in.scaleExp)) + ") is not meaningful");
+    addMeasure(r, "stdAbw", "std. deviation of radii (StdAbwSphere)", rec.stdAbw);
+    // The algebraic sphere fit returns a negative radius when the origin lies
+    // inside the sphere; the geometric radius is |r|.
+    r.primitive = math::Csphere3<double>(toDouble(s.center()), std::fabs(double(s.radius())));
+}
+
+template <class T>
+void planeResult(FitInput const& in, FitResult& r, math::Cplane3<T> const& plane) {
+    if (!plane.isValid() || !finite(plane.normal()) || !std::isfinite(plane.d()))
+        throw degenerate(in, "the fitted plane is invalid");
+    r.primitive = math::Cplane3<double>(toDouble(plane.normal()), double(plane.d()));
+}
+
+template <class T>
+void planeGeom(FitInput const& in, FitResult& r) {
+    r.function = functionName<T>("fitPlaneGeom");
+    math::Cplane3<T> plane;
+    math::CqPlaneGeomStdAbw<T> rec;
+    math::approximate<T>::fitPlaneGeom(in.p3<T>(), plane, rec);
+    // The record's in-plane spreads tell a line (three points have none and
+    // were checked before).  Float sums hold about 7 digits, so its rounding
+    // level in the spreads is about 3e-4.
+    const double flat = std::is_same<T, float>::value ? 1e-3 : kFlatRatio;
+    if (in.pts.size() > 3 && !(rec.stdAbwSecond > flat * rec.stdAbwMain))
+        throw notDetermined(in, "the points are collinear");
+    addMeasure(r, "stdAbwNormal", "std. deviation along the normal (stdAbwNormal)", rec.stdAbwNormal);
+    addMeasure(r, "stdAbwSecond", "in-plane spread, minor (stdAbwSecond)", rec.stdAbwSecond);
+    addMeasure(r, "stdAbwMain", "in-plane spread, major (stdAbwMain)", rec.stdAbwMain);
+    planeResult(in, r, plane);
+}
+
+template <class T>
+void planeFast(FitInput const& in, FitResult& r) {
+    r.function = functionName<T>("fitPlaneGeomFast");
+    math::Cplane3<T> plane;
+    math::approximate<T>::fitPlaneGeomFast(in.p3<T>(), plane, math::CqPlaneGeomFast<T>());
+    planeResult(in, r, plane);
+}
+
+// ---- checks before the fit ------------------------------------------------
+
+// Shape-specific refusals that the fit's own result cannot tell.
+void requireDetermined(FitInput const& in, Shape shape, Method method, Extent const& extent) {
+    PointSet const& pts = in.pts;
+    switch (shape) {
+        case Shape::circle:
+            requireNotCollinear(in, extent);
+            break;
+        case Shape::sphere:
+            // Coplanar points (a circle in space, or less) leave the sphere open.
+        {
+            const math::CqPlaneGeomStdAbw<double> s = unitSpreads(in, extent);
+            if (!(s.stdAbwNormal > kFlatRatio * s.stdAbwSecond)) throw notDetermined(in, "the points are coplanar");
+            break;
+        }
+        case Shape::plane:
+            if (pts.size() == 3) {
+                // The three-point plane prints a message when the points are
+                // exactly collinear: refuse angles whose sine is below the
+                // flatness ratio before that can happen.
+                const math::Cpoint3<double> a = point3(pts, 0), b = point3(pts, 1), c = point3(pts, 2);
+                const math::Cline3<double> ab(a, math::Cdirec3<double>(b - a));
+                if (!(math::geometric<double>::distance(ab, c) > kFlatRatio * (c - a).length()))
+                    throw notDetermined(in, "the three points are collinear");
+            } else if (method == Method::fast) {
+                requireNotCollinear(in, extent);  // the geometric fit's record tells
+            }
+            break;
+        case Shape::line2:
+        case Shape::line3:
+            break;
+    }
 }
 
 // Line directions and plane normals come with the sign the eigen
@@ -313,45 +308,113 @@ FitResult fitLine3(PointSet const& pts) {
 // run to run and between methods, turn them so that their largest component
 // is positive (the first of equal ones); a plane's d changes sign with its
 // normal.  The primitive itself is unchanged.
-bool orient(std::array<double, 3>& v) {
-    std::size_t k = 0;
-    for (std::size_t i = 1; i < 3; ++i)
+template <class D>
+bool pointsBackwards(D const& v) {
+    unsigned k = 0;
+    for (unsigned i = 1; i < sizeof(D) / sizeof(v.x); ++i)
         if (std::fabs(v[i]) > std::fabs(v[k])) k = i;
-    if (!(v[k] < 0.0)) return false;
-    for (double& c : v) c = -c;
-    return true;
+    return v[k] < 0.0;
 }
 
-template <class T>
-FitResult fitAs(Shape shape, Method method, PointSet const& pts) {
-    requireModestMagnitudes<T>(pts);
-    switch (shape) {
-        case Shape::line2: return fitLine2<T>(method, pts);
-        case Shape::line3: return fitLine3<T>(pts);
-        case Shape::circle: return fitCircle<T>(pts);
-        case Shape::sphere: return fitSphere<T>(pts);
-        case Shape::plane: return fitPlane<T>(method, pts);
+struct Orient {
+    void operator()(math::Cline2<double>& l) const {
+        if (pointsBackwards(l.direction())) l.direction() = -l.direction();
     }
-    throw std::logic_error("metrofit: unknown shape");
-}
+    void operator()(math::Cline3<double>& l) const {
+        if (pointsBackwards(l.direction())) l.direction() = -l.direction();
+    }
+    void operator()(math::Cplane3<double>& e) const {
+        if (pointsBackwards(e.normal())) e = math::Cplane3<double>(-e.normal(), -e.d());
+    }
+    template <class P>
+    void operator()(P&) const {}
+};
 
 }  // namespace
 
-FitResult runFit(Shape shape, Method method, PointSet const& pts, bool singlePrecision) {
+std::vector<ShapeInfo> const& shapes() {
+    // Minimum counts: the library's own minimum where it has one (4 for the
+    // algebraic circle), otherwise the count that determines the primitive
+    // (2 points a line, 3 a plane, 4 a sphere).
+    static const std::vector<ShapeInfo> table = {
+        {Shape::line2, "line2", "planar line", "a line",
+         "signed distance from the line, positive to the left of its direction", 2, 2,
+         {{Method::geom, line2Geom<double>, line2Geom<float>}, {Method::lsq, line2Lsq<double>, line2Lsq<float>}}},
+        {Shape::line3, "line3", "spatial line", "a line", "distance from the line (radial, never negative)", 3, 2,
+         {{Method::geom, line3Geom<double>, line3Geom<float>}}},
+        {Shape::circle, "circle", "circle", "a circle", "radial distance from the circle, positive outside", 2, 4,
+         {{Method::lsq, circleLsq<double>, circleLsq<float>}}},
+        {Shape::sphere, "sphere", "sphere", "a sphere", "radial distance from the sphere, positive outside", 3, 4,
+         {{Method::lsq, sphereLsq<double>, sphereLsq<float>}}},
+        {Shape::plane, "plane", "plane", "a plane",
+         "signed distance from the plane, positive on the side the normal points to", 3, 3,
+         {{Method::geom, planeGeom<double>, planeGeom<float>}, {Method::fast, planeFast<double>, planeFast<float>}}},
+    };
+    return table;
+}
+
+FitResult runFit(Shape shape, FitOptions const& options, PointSet const& pts) {
     ShapeInfo const& info = shapeInfo(shape);
-    if (pts.dim != info.dim)
-        throw InputError(pts.source + ": the " + info.name + " fit needs " + std::to_string(info.dim) +
-                         " coordinates per point");
+    FitMethod const* method = findMethod(info, options.method);
+    if (method == nullptr)
+        throw std::logic_error(std::string("metrofit: method not offered for ") + info.name);
     if (pts.size() < info.minPoints)
         throw InputError(pts.source + ": the " + info.name + " fit needs at least " +
                          std::to_string(info.minPoints) + " points, found " + std::to_string(pts.size()));
-    FitResult r = singlePrecision ? fitAs<float>(shape, method, pts) : fitAs<double>(shape, method, pts);
-    r.scalar = singlePrecision ? "float" : "double";
-    if (shape == Shape::plane) {
-        if (orient(r.normal)) r.d = -r.d;
-    } else if (shape == Shape::line2 || shape == Shape::line3) {
-        orient(r.direction);
+    if (pts.dim != info.dim)
+        throw InputError(pts.source + ": the " + info.name + " fit needs " + std::to_string(info.dim) +
+                         " coordinates per point");
+    const bool single = options.singlePrecision;
+    if (single) {
+        requireModestMagnitudes<float>(pts);
+    } else {
+        requireModestMagnitudes<double>(pts);
     }
+
+    FitInput in(pts, info, options);
+    // Degeneracy is judged on the data's own extent: equal points are equal
+    // at any scale, and tiny but well-formed sets are scaled up instead.
+    const Extent extent = extentOf(pts);
+    if (!(extent.size > 0.0)) throw notDetermined(in, "all points coincide");
+    // The fits then run on the points scaled by a power of two to an extent
+    // in (1, 2] (but no coordinate beyond the range checked above): exact,
+    // and the library's absolute constants (the closed-form line's 1e-8, the
+    // fast plane's eps) and its sums of powers then see data of unit size.
+    std::frexp(1.0 / extent.size, &in.scaleExp);
+    double largest = 0.0;
+    for (double c : pts.coords) largest = std::max(largest, std::fabs(c));
+    const double room = (single ? maxCoordinate<float>() : maxCoordinate<double>()) / largest;
+    if (std::isfinite(room)) {
+        int roomExp = 0;
+        std::frexp(room, &roomExp);
+        in.scaleExp = std::min(in.scaleExp, roomExp - 1);
+    }
+    requireDetermined(in, shape, options.method, extent);
+
+    const std::size_t n = pts.size();
+    math::CboundingBox3<double> box;
+    for (std::size_t i = 0; i < n; ++i) {
+        const math::Cpoint3<double> q(std::ldexp(pts.at(i, 0), in.scaleExp), std::ldexp(pts.at(i, 1), in.scaleExp),
+                                      pts.dim == 3 ? std::ldexp(pts.at(i, 2), in.scaleExp) : 0.0);
+        if (i == 0) box = math::CboundingBox3<double>(q, q);
+        box.add(q);
+        if (pts.dim == 2) {
+            if (single) in.f2.emplace_back(float(q.x), float(q.y)); else in.d2.emplace_back(q.x, q.y);
+        } else {
+            if (single) in.f3.emplace_back(float(q.x), float(q.y), float(q.z)); else in.d3.push_back(q);
+        }
+    }
+    in.diagonal = (box.max() - box.min()).length();
+
+    FitResult r;
+    r.shape = shape;
+    r.method = options.method;
+    r.scalar = single ? "float" : "double";
+    r.scaleExp = in.scaleExp;
+    (single ? method->asFloat : method->asDouble)(in, r);
+    r.primitive = scaledBy(r.primitive, -in.scaleExp);
+    for (Measure& m : r.measures) m.value = std::ldexp(m.value, -m.lengthPower * in.scaleExp);
+    std::visit(Orient(), r.primitive);
     computeResiduals(pts, r);
     return r;
 }

@@ -1,5 +1,6 @@
 #include "pointfile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -33,40 +34,86 @@ std::string quoted(std::string const& field) {
 
 }  // namespace
 
-std::vector<std::string> splitFields(std::string const& line) {
-    std::string text = line.substr(0, line.find('#'));
-    std::vector<std::string> fields;
-    // Commas and semicolons separate fields and keep empty ones ("1,,2" has an
-    // empty middle field, which readPoints reports); runs of blanks count as
-    // one separator and never produce empty fields, also around a comma.
-    std::size_t i = 0;
-    const std::size_t n = text.size();
-    while (i < n && isBlank(text[i])) ++i;
-    if (i == n) return fields;
+namespace {
+
+// Calls field(first, last) for each field of the text [b, e), after removing
+// a comment.  Commas and semicolons separate fields and keep empty ones
+// ("1,,2" has an empty middle field, which readPoints reports); runs of
+// blanks count as one separator and never produce empty fields, also around
+// a comma.
+template <class F>
+void forEachField(const char* b, const char* e, F field) {
+    const char* hash = std::find(b, e, '#');
+    e = hash;
+    const char* i = b;
+    while (i < e && isBlank(*i)) ++i;
+    if (i == e) return;
     while (true) {
-        std::size_t j = i;
-        while (j < n && !isDelimiter(text[j])) ++j;
-        fields.push_back(text.substr(i, j - i));
+        const char* j = i;
+        while (j < e && !isDelimiter(*j)) ++j;
+        field(i, j);
         // Skip blanks, then at most one hard separator, then blanks again.
-        while (j < n && isBlank(text[j])) ++j;
-        if (j == n) break;
-        if (text[j] == ',' || text[j] == ';') {
+        while (j < e && isBlank(*j)) ++j;
+        if (j == e) break;
+        if (*j == ',' || *j == ';') {
             ++j;
-            while (j < n && isBlank(text[j])) ++j;
-            if (j == n) {
-                fields.emplace_back();  // trailing separator: an empty last field
+            while (j < e && isBlank(*j)) ++j;
+            if (j == e) {
+                field(e, e);  // trailing separator: an empty last field
                 break;
             }
         }
         i = j;
     }
+}
+
+// What one line holds, parsed in place.
+struct LineFields {
+    std::size_t count = 0, numeric = 0;
+    double values[3] = {0, 0, 0};  // the first three fields
+    std::size_t firstBad = 0;      // 1-based column of the first non-number, 0: none
+    std::string badText;
+    std::size_t firstNonFinite = 0;  // 1-based column of the first NaN or infinity, 0: none
+    bool nonFiniteIsNaN = false;
+    std::string nonFiniteText;
+};
+
+LineFields parseLine(const char* b, const char* e) {
+    LineFields f;
+    forEachField(b, e, [&f](const char* first, const char* last) {
+        ++f.count;
+        double v = 0.0;
+        if (parseNumber(first, last, v)) {
+            ++f.numeric;
+            if (f.count <= 3) f.values[f.count - 1] = v;
+            if (!std::isfinite(v) && f.firstNonFinite == 0) {
+                f.firstNonFinite = f.count;
+                f.nonFiniteIsNaN = std::isnan(v);
+                f.nonFiniteText.assign(first, std::min<std::size_t>(static_cast<std::size_t>(last - first), 41));
+            }
+        } else if (f.firstBad == 0) {
+            f.firstBad = f.count;
+            f.badText.assign(first, std::min<std::size_t>(static_cast<std::size_t>(last - first), 41));
+        }
+    });
+    return f;
+}
+
+}  // namespace
+
+std::vector<std::string> splitFields(std::string const& line) {
+    std::vector<std::string> fields;
+    forEachField(line.data(), line.data() + line.size(),
+                 [&fields](const char* first, const char* last) { fields.emplace_back(first, last); });
     return fields;
 }
 
 bool parseNumber(std::string const& field, double& value) {
-    if (field.empty()) return false;
-    const char* first = field.data();
-    const char* last = field.data() + field.size();
+    return parseNumber(field.data(), field.data() + field.size(), value);
+}
+
+bool parseNumber(const char* first, const char* last, double& value) {
+    if (first == last) return false;
     if (*first == '+') {
         // from_chars does not take a leading '+'; accept exactly one, and no
         // sign after it.
@@ -86,57 +133,58 @@ bool parseNumber(std::string const& field, double& value) {
 PointSet readPoints(std::istream& in, std::string const& source, int wantDim) {
     PointSet set;
     set.source = source;
-    std::string line;
+    // One byte more than the longest line accepted, and one for the
+    // terminating zero getline writes: a longer line fills the buffer and is
+    // refused without reading the rest of it.
+    std::vector<char> buf(kMaxLineLength + 2);
     std::size_t lineNo = 0;
     bool sawData = false;
     bool sawHeader = false;
-    while (std::getline(in, line)) {
+    while (true) {
+        in.getline(buf.data(), static_cast<std::streamsize>(buf.size()));
+        std::size_t len = static_cast<std::size_t>(in.gcount());
+        if (in.bad()) break;
+        if (in.fail() && in.eof() && len == 0) break;  // end of input
         ++lineNo;
-        if (lineNo == 1 && line.size() >= 3 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
-        for (char c : line) {
-            const unsigned char u = static_cast<unsigned char>(c);
-            if ((u < 0x20 && !isBlank(c)) || u == 0x7f)
+        const bool filled = in.fail() && !in.eof();      // no line end within the buffer
+        if (!in.fail() && !in.eof() && len > 0) --len;  // the line end counts in gcount
+        if (filled || len > kMaxLineLength)
+            throw InputError(lineRef(source, lineNo) + "line longer than " + std::to_string(kMaxLineLength) +
+                             " bytes, not a point file");
+        const char* b = buf.data();
+        const char* e = b + len;
+        if (lineNo == 1 && len >= 3 && std::equal(b, b + 3, "\xEF\xBB\xBF")) b += 3;
+        for (const char* c = b; c != e; ++c) {
+            const unsigned char u = static_cast<unsigned char>(*c);
+            if ((u < 0x20 && !isBlank(*c)) || u == 0x7f)
                 throw InputError(lineRef(source, lineNo) + "control character 0x" + "0123456789abcdef"[u >> 4] +
                                  "0123456789abcdef"[u & 15] + ", not a text point file");
         }
-        const std::vector<std::string> fields = splitFields(line);
-        if (fields.empty()) continue;
+        const LineFields f = parseLine(b, e);
+        if (f.count == 0) continue;
 
-        std::vector<double> values(fields.size());
-        std::size_t numeric = 0;
-        std::size_t firstBad = fields.size();
-        for (std::size_t k = 0; k < fields.size(); ++k) {
-            if (parseNumber(fields[k], values[k])) {
-                ++numeric;
-            } else if (firstBad == fields.size()) {
-                firstBad = k;
-            }
-        }
-
-        if (numeric == 0 && !sawData && !sawHeader) {
+        if (f.numeric == 0 && !sawData && !sawHeader) {
             sawHeader = true;
-            set.header = fields;
+            set.header = splitFields(std::string(b, e));
             continue;
         }
-        if (firstBad != fields.size()) {
-            if (fields[firstBad].empty())
-                throw InputError(lineRef(source, lineNo) + "empty value in column " + std::to_string(firstBad + 1));
-            throw InputError(lineRef(source, lineNo) + "not a number: " + quoted(fields[firstBad]) + " in column " +
-                             std::to_string(firstBad + 1));
+        if (f.firstBad != 0) {
+            if (f.badText.empty())
+                throw InputError(lineRef(source, lineNo) + "empty value in column " + std::to_string(f.firstBad));
+            throw InputError(lineRef(source, lineNo) + "not a number: " + quoted(f.badText) + " in column " +
+                             std::to_string(f.firstBad));
         }
-        for (std::size_t k = 0; k < values.size(); ++k) {
-            if (!std::isfinite(values[k])) {
-                const std::string what = std::isnan(values[k]) ? "NaN" : "infinite or out-of-range value";
-                throw InputError(lineRef(source, lineNo) + what + " " + quoted(fields[k]) + " in column " +
-                                 std::to_string(k + 1));
-            }
+        if (f.firstNonFinite != 0) {
+            const std::string what = f.nonFiniteIsNaN ? "NaN" : "infinite or out-of-range value";
+            throw InputError(lineRef(source, lineNo) + what + " " + quoted(f.nonFiniteText) + " in column " +
+                             std::to_string(f.firstNonFinite));
         }
 
-        const int cols = static_cast<int>(fields.size());
+        const int cols = static_cast<int>(std::min<std::size_t>(f.count, 1000));
         if (!sawData) {
             if (cols != 2 && cols != 3)
                 throw InputError(lineRef(source, lineNo) + "expected 2 or 3 values per line, found " +
-                                 std::to_string(cols));
+                                 std::to_string(f.count));
             if (wantDim != 0 && cols != wantDim)
                 throw InputError(lineRef(source, lineNo) + "this fit needs " + std::to_string(wantDim) +
                                  " values per line (" + (wantDim == 2 ? "x y" : "x y z") + "), found " +
@@ -145,9 +193,9 @@ PointSet readPoints(std::istream& in, std::string const& source, int wantDim) {
             sawData = true;
         } else if (cols != set.dim) {
             throw InputError(lineRef(source, lineNo) + "expected " + std::to_string(set.dim) +
-                             " values as on the first data line, found " + std::to_string(cols));
+                             " values as on the first data line, found " + std::to_string(f.count));
         }
-        set.coords.insert(set.coords.end(), values.begin(), values.end());
+        set.coords.insert(set.coords.end(), f.values, f.values + cols);
         set.lineNumbers.push_back(lineNo);
     }
     if (in.bad()) throw InputError(source + ": read error after line " + std::to_string(lineNo));

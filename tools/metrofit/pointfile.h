@@ -13,7 +13,10 @@
 //   - NaN and infinite values are rejected, as are values that overflow double;
 //   - Windows line ends (CRLF) and a UTF-8 byte-order mark are accepted;
 //     other control characters (binary data) are rejected.
+//   - a line may hold at most kMaxLineLength bytes (without its line end);
+//     a longer one is refused as soon as that many bytes have been read.
 // Every rejection names the line number (counted from 1) in its message.
+// Lines are parsed in place, field by field, without copies.
 #ifndef METROFIT_POINTFILE_H
 #define METROFIT_POINTFILE_H
 
@@ -45,6 +48,8 @@ struct PointSet {
     double at(std::size_t i, int k) const { return coords[i * static_cast<std::size_t>(dim) + static_cast<std::size_t>(k)]; }
 };
 
+constexpr std::size_t kMaxLineLength = 65536;
+
 // Reads points from a stream.  `source` only names the input in messages.
 // `wantDim` is 2 or 3 to require that many columns, 0 to accept either.
 // Throws InputError for any malformed content.
@@ -62,6 +67,7 @@ std::vector<std::string> splitFields(std::string const& line);
 // field is not a number in full; NaN and infinities do parse (and are
 // rejected by readPoints with their own message).
 bool parseNumber(std::string const& field, double& value);
+bool parseNumber(const char* first, const char* last, double& value);
 
 }  // namespace metrofit
 

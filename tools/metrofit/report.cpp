@@ -145,6 +145,7 @@ void writeResiduals(std::ostream& out, PointSet const& pts, FitResult const& r) 
         out << pts.lineNumbers[i];
         for (int k = 0; k < pts.dim; ++k) out << ',' << exactNumber(pts.at(i, k));
         out << ',' << exactNumber(r.residuals[i]) << '\n';
+        if (!out) return;  // the caller reports the failed write
     }
 }
 

@@ -31,7 +31,7 @@ nlohmann::ordered_json toJson(PointSet const& pts, FitResult const& r);
 
 // One line per point: "line,x,y[,z],residual" after a header line, values
 // at full precision (17 significant digits), so the file reads back as the
-// same numbers.
+// same numbers.  Stops at the first failed write (the stream's state tells).
 void writeResiduals(std::ostream& out, PointSet const& pts, FitResult const& r);
 
 }  // namespace metrofit

@@ -1,25 +1,13 @@
-// Shape table, parameter lists and residuals: the parts of the fit record
-// that do not call the library.
+// Lookups in the shape table, parameter lists and residuals: the parts of
+// the fit record that do not call the library's fits.
 #include "fit.h"
+
+#include <math/geometric.h>
 
 #include <cmath>
 #include <stdexcept>
 
 namespace metrofit {
-
-std::vector<ShapeInfo> const& shapes() {
-    // Minimum counts: the library's own minimum where it has one (4 for the
-    // algebraic circle), otherwise the count that determines the primitive
-    // (2 points a line, 3 a plane, 4 a sphere).
-    static const std::vector<ShapeInfo> table = {
-        {Shape::line2, "line2", "planar line", 2, 2, {Method::geom, Method::lsq}},
-        {Shape::line3, "line3", "spatial line", 3, 2, {Method::geom}},
-        {Shape::circle, "circle", "circle", 2, 4, {Method::lsq}},
-        {Shape::sphere, "sphere", "sphere", 3, 4, {Method::lsq}},
-        {Shape::plane, "plane", "plane", 3, 3, {Method::geom, Method::fast}},
-    };
-    return table;
-}
 
 ShapeInfo const& shapeInfo(Shape s) {
     for (ShapeInfo const& info : shapes())
@@ -27,14 +15,16 @@ ShapeInfo const& shapeInfo(Shape s) {
     throw std::logic_error("metrofit: unknown shape");
 }
 
-bool shapeFromName(std::string const& name, Shape& s) {
-    for (ShapeInfo const& info : shapes()) {
-        if (name == info.name) {
-            s = info.shape;
-            return true;
-        }
-    }
-    return false;
+ShapeInfo const* shapeFromName(std::string const& name) {
+    for (ShapeInfo const& info : shapes())
+        if (name == info.name) return &info;
+    return nullptr;
+}
+
+FitMethod const* findMethod(ShapeInfo const& info, Method m) {
+    for (FitMethod const& fm : info.methods)
+        if (fm.method == m) return &fm;
+    return nullptr;
 }
 
 const char* methodName(Method m) {
@@ -56,78 +46,100 @@ bool methodFromName(std::string const& name, Method& m) {
     return false;
 }
 
-std::vector<Parameter> parameters(FitResult const& r) {
-    auto v2 = [](std::array<double, 3> const& a) { return std::vector<double>{a[0], a[1]}; };
-    auto v3 = [](std::array<double, 3> const& a) { return std::vector<double>{a[0], a[1], a[2]}; };
-    switch (r.shape) {
-        case Shape::line2:
-            return {{"point", "point", v2(r.point)}, {"direction", "direction", v2(r.direction)}};
-        case Shape::line3:
-            return {{"point", "point", v3(r.point)}, {"direction", "direction", v3(r.direction)}};
-        case Shape::circle:
-            return {{"center", "centre", v2(r.center)}, {"radius", "radius", {r.radius}}};
-        case Shape::sphere:
-            return {{"center", "centre", v3(r.center)}, {"radius", "radius", {r.radius}}};
-        case Shape::plane:
-            return {{"normal", "normal", v3(r.normal)}, {"d", "d (n.x + d = 0)", {r.d}}};
-    }
-    return {};
-}
+const char* residualMeaning(Shape s) { return shapeInfo(s).meaning; }
 
-const char* residualMeaning(Shape s) {
-    switch (s) {
-        case Shape::line2: return "signed distance from the line, positive to the left of its direction";
-        case Shape::line3: return "distance from the line (radial, never negative)";
-        case Shape::circle: return "radial distance from the circle, positive outside";
-        case Shape::sphere: return "radial distance from the sphere, positive outside";
-        case Shape::plane: return "signed distance from the plane, positive on the side the normal points to";
+namespace {
+
+std::vector<double> values(math::Cpoint2<double> const& p) { return {p.x, p.y}; }
+std::vector<double> values(math::Cpoint3<double> const& p) { return {p.x, p.y, p.z}; }
+
+struct Parameters {
+    template <class Line>
+    std::vector<Parameter> line(Line const& l) const {
+        return {{"point", "point", values(l.point())}, {"direction", "direction", values(l.direction())}};
     }
-    return "";
+    std::vector<Parameter> operator()(math::Cline2<double> const& l) const { return line(l); }
+    std::vector<Parameter> operator()(math::Cline3<double> const& l) const { return line(l); }
+    std::vector<Parameter> operator()(math::Ccircle2<double> const& c) const {
+        return {{"center", "centre", values(c.center())}, {"radius", "radius", {c.radius()}}};
+    }
+    std::vector<Parameter> operator()(math::Csphere3<double> const& s) const {
+        return {{"center", "centre", values(s.center())}, {"radius", "radius", {s.radius()}}};
+    }
+    std::vector<Parameter> operator()(math::Cplane3<double> const& e) const {
+        return {{"normal", "normal", values(e.normal())}, {"d", "d (n.x + d = 0)", {e.d()}}};
+    }
+};
+
+template <class P>
+P scaled(P const& p, int e) { return p * std::ldexp(1.0, e); }
+
+struct ScaledBy {
+    int e;
+    Primitive operator()(math::Cline2<double> const& l) const {
+        return math::Cline2<double>(scaled(l.point(), e), l.direction());
+    }
+    Primitive operator()(math::Cline3<double> const& l) const {
+        return math::Cline3<double>(scaled(l.point(), e), l.direction());
+    }
+    Primitive operator()(math::Ccircle2<double> const& c) const {
+        return math::Ccircle2<double>(scaled(c.center(), e), std::ldexp(c.radius(), e));
+    }
+    Primitive operator()(math::Csphere3<double> const& s) const {
+        return math::Csphere3<double>(scaled(s.center(), e), std::ldexp(s.radius(), e));
+    }
+    Primitive operator()(math::Cplane3<double> const& p) const {
+        return math::Cplane3<double>(p.normal(), std::ldexp(p.d(), e));
+    }
+};
+
+// Residual of point i: the library's distance, the circle's radial one; on
+// points and primitive scaled by 2^e, the result scaled back.
+struct Residuals {
+    PointSet const& pts;
+    std::vector<double>& out;
+    int e;
+    template <class P>
+    void planar(P const& prim, double (*f)(P const&, math::Cpoint2<double> const&)) const {
+        for (std::size_t i = 0; i < out.size(); ++i) out[i] = std::ldexp(f(prim, scaled(point2(pts, i), e)), -e);
+    }
+    template <class P>
+    void spatial(P const& prim) const {
+        for (std::size_t i = 0; i < out.size(); ++i)
+            out[i] = std::ldexp(math::geometric<double>::distance(prim, scaled(point3(pts, i), e)), -e);
+    }
+    void operator()(math::Cline2<double> const& l) const {
+        planar<math::Cline2<double>>(l, math::geometric<double>::distance);
+    }
+    void operator()(math::Ccircle2<double> const& c) const { planar<math::Ccircle2<double>>(c, radialResidual); }
+    void operator()(math::Cline3<double> const& l) const { spatial(l); }
+    void operator()(math::Csphere3<double> const& s) const { spatial(s); }
+    void operator()(math::Cplane3<double> const& e) const { spatial(e); }
+};
+
+}  // namespace
+
+Primitive scaledBy(Primitive const& p, int e) { return e == 0 ? p : std::visit(ScaledBy{e}, p); }
+
+std::vector<Parameter> parameters(FitResult const& r) { return std::visit(Parameters(), r.primitive); }
+
+double radialResidual(math::Ccircle2<double> const& c, math::Cpoint2<double> const& p) {
+    const math::Cpoint2<double> w = p - c.center();
+    return std::hypot(w.x, w.y) - c.radius();
 }
 
 void computeResiduals(PointSet const& pts, FitResult& r) {
     const std::size_t n = pts.size();
     r.residuals.assign(n, 0.0);
-    for (std::size_t i = 0; i < n; ++i) {
-        const double x = pts.at(i, 0), y = pts.at(i, 1), z = pts.dim == 3 ? pts.at(i, 2) : 0.0;
-        double res = 0.0;
-        switch (r.shape) {
-            case Shape::line2:
-                // (p - q) · (-dy, dx): the left normal of the oriented line.
-                res = (y - r.point[1]) * r.direction[0] - (x - r.point[0]) * r.direction[1];
-                break;
-            case Shape::line3: {
-                // |(p - q) × d| with a unit direction d.
-                const double px = x - r.point[0], py = y - r.point[1], pz = z - r.point[2];
-                const double cx = py * r.direction[2] - pz * r.direction[1];
-                const double cy = pz * r.direction[0] - px * r.direction[2];
-                const double cz = px * r.direction[1] - py * r.direction[0];
-                res = std::sqrt(cx * cx + cy * cy + cz * cz);
-                break;
-            }
-            case Shape::circle:
-                res = std::hypot(x - r.center[0], y - r.center[1]) - std::fabs(r.radius);
-                break;
-            case Shape::sphere: {
-                const double dx = x - r.center[0], dy = y - r.center[1], dz = z - r.center[2];
-                res = std::sqrt(dx * dx + dy * dy + dz * dz) - std::fabs(r.radius);
-                break;
-            }
-            case Shape::plane:
-                res = r.normal[0] * x + r.normal[1] * y + r.normal[2] * z + r.d;
-                break;
-        }
-        r.residuals[i] = res;
-    }
+    std::visit(Residuals{pts, r.residuals, r.scaleExp}, scaledBy(r.primitive, r.scaleExp));
 
     ResidualStats s;
     if (n > 0) {
-        double sum = 0.0, sumSq = 0.0;
+        double sum = 0.0;
         s.min = s.max = r.residuals[0];
         for (std::size_t i = 0; i < n; ++i) {
             const double v = r.residuals[i];
             sum += v;
-            sumSq += v * v;
             if (v < s.min) s.min = v;
             if (v > s.max) s.max = v;
             if (std::fabs(v) > s.maxAbs) {
@@ -136,7 +148,15 @@ void computeResiduals(PointSet const& pts, FitResult& r) {
             }
         }
         s.mean = sum / static_cast<double>(n);
-        s.rms = std::sqrt(sumSq / static_cast<double>(n));
+        // Squares relative to the largest residual: no underflow for tiny
+        // residuals, no overflow for huge ones.
+        double sumSq = 0.0;
+        if (s.maxAbs > 0.0 && std::isfinite(s.maxAbs)) {
+            for (double v : r.residuals) sumSq += (v / s.maxAbs) * (v / s.maxAbs);
+            s.rms = s.maxAbs * std::sqrt(sumSq / static_cast<double>(n));
+        } else {
+            s.rms = s.maxAbs;
+        }
     }
     r.stats = s;
 }

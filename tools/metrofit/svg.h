@@ -21,15 +21,24 @@
 //     the centre and the mean direction of the points (the cap axis) into one
 //     plane, keeping its distance from the centre and its angle to the axis;
 //     the fitted sphere shows as its great circle, residuals are radial;
-//   plane: two panels: the points in the plane's own frame (two in-plane
-//     axes, dots sized by |residual| and coloured by sign), and a side view
-//     along the first in-plane axis with the residuals along the normal.
+//   plane: two panels: the points in the plane's own frame (the in-plane
+//     axes of Cplane3::pointAt, origin at the centroid's foot; dots sized by
+//     |residual| and coloured by sign), and a side view along the first
+//     in-plane axis with the residuals along the normal.
+// The 3D views take their second axis from the same pointAt frame of the
+// plane normal to the line or cap axis.
+//
+// Large sets: at most maxPoints points are drawn (see drawnPoints); the view,
+// the factor and the clipped count still take every point into account, and
+// the legend says how many were drawn.  The document is written as it is
+// produced, so memory stays bounded whatever the number of points.
 #ifndef METROFIT_SVG_H
 #define METROFIT_SVG_H
 
 #include "fit.h"
 #include "pointfile.h"
 
+#include <cstddef>
 #include <iosfwd>
 #include <vector>
 
@@ -39,7 +48,14 @@ struct SvgOptions {
     double magnification = 0.0;  // 0: automatic (see above)
     bool yDown = false;          // planar views: y axis downwards (image coordinates)
     double width = 800.0;        // px
+    std::size_t maxPoints = 20000;  // points drawn at most
 };
+
+// The indices of the points drawn when at most `maxPoints` of the residuals'
+// points may be: all of them if they fit; otherwise the maxPoints / 10 largest
+// |residual| (the first of equal ones) and, for the rest, every k-th point
+// chosen evenly over the file, ascending and without repetition.
+std::vector<std::size_t> drawnPoints(std::vector<double> const& res, std::size_t maxPoints);
 
 // The 90th percentile of |res| (rank floor(0.9 (n - 1)) of the sorted
 // magnitudes), or the largest |res| if that is 0; 0 for no residuals.
@@ -51,6 +67,8 @@ double autoMagnification(std::vector<double> const& res, double extent);
 // Rounds down to the series 1, 2, 5 times a power of ten.
 double roundDown125(double v);
 
+// Writes the document to `out` as it goes; stops at the first failed write
+// (the stream's state tells the caller).
 void writeSvg(std::ostream& out, PointSet const& pts, FitResult const& r, SvgOptions const& opt);
 
 }  // namespace metrofit

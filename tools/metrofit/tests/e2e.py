@@ -16,6 +16,8 @@ import json
 import math
 import os
 import re
+import resource
+import signal
 import subprocess
 import sys
 import xml.etree.ElementTree as ET
@@ -229,6 +231,17 @@ def group_outputs(tool, data, gen):
             check("×50" in s, "%s svg: factor 50" % shape)
             check(title in s or shape == "line2", "%s svg: view title" % shape)
 
+    # Large sets draw a bounded sample, and the legend says how many.
+    many = "".join("%.6f,%.6f\n" % (50 + (10 + 0.01 * math.sin(7.3 * k)) * math.cos(0.001 * k),
+                                    (10 + 0.01 * math.sin(7.3 * k)) * math.sin(0.001 * k)) for k in range(30000))
+    path = os.path.join(tool.work, "many.svg")
+    rc, out, err = tool.run("circle", tool.write("many.csv", many), "--svg", path)
+    if check(rc == 0, "many svg: exit %d %r" % (rc, err)):
+        root = ET.parse(path).getroot()
+        lines = len(root.findall(".//" + ns + "line"))
+        m = re.search(r"grey: (\d+) of 30000 measured points drawn", open(path, encoding="utf-8").read())
+        check(m and int(m.group(1)) == lines and 18000 <= lines <= 20000, "many svg: %d whiskers, %r" % (lines, m))
+
     # --version and --help succeed on standard output.
     rc, out, err = tool.run("--version")
     check(rc == 0 and re.match(r"metrofit \d+\.\d+\.\d+", out), "version: %d %r" % (rc, out))
@@ -300,6 +313,42 @@ def group_errors(tool, data, gen):
     bore = os.path.join(data, "bore_edge.csv")
     expect_error(tool, ["circle", bore, "--svg", "/nonexistent/dir/x.svg"], 1, r"cannot write the SVG file")
     expect_error(tool, ["circle", bore, "--residuals", tool.work], 1, r"cannot write the residuals file")
+
+    # A write that fails part-way (file size limit) leaves no output and no
+    # temporary file, and an existing output file unchanged.
+    def small_files():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (8000, 8000))
+    full = os.path.join(tool.work, "full")
+    os.makedirs(full, exist_ok=True)
+    for name in os.listdir(full):
+        os.remove(os.path.join(full, name))
+    with open(os.path.join(full, "x.svg"), "w") as f:
+        f.write("old")
+    for opt, name, what in (("--svg", "x.svg", "SVG"), ("--residuals", "x.csv", "residuals")):
+        p = subprocess.run([tool.path, "circle", bore, opt, os.path.join(full, name)], capture_output=True,
+                           preexec_fn=small_files, timeout=60)
+        err = p.stderr.decode("utf-8")
+        check(p.returncode == 1 and re.fullmatch(r"metrofit: error: writing the %s file '.*' failed: .*\n" % what, err),
+              "full disk %s: exit %d %r" % (opt, p.returncode, err))
+    check(sorted(os.listdir(full)) == ["x.svg"] and open(os.path.join(full, "x.svg")).read() == "old",
+          "failed writes left %s" % sorted(os.listdir(full)))
+
+    # Outputs never replace the input, also through another name.
+    with open(bore) as f:
+        text = f.read()
+    own = w("own.csv", text)
+    alias = os.path.join(tool.work, "alias.csv")
+    if os.path.exists(alias):
+        os.remove(alias)
+    os.link(own, alias)
+    expect_error(tool, ["circle", own, "--residuals", own], 2, r"the residuals file '.*own\.csv' is the input file")
+    expect_error(tool, ["circle", own, "--svg", alias], 2, r"the SVG file '.*alias\.csv' is the input file")
+    check(open(own).read() == text, "input file changed")
+
+    # An overlong line is refused with its number.
+    expect_error(tool, ["circle", w("long.csv", "1,2\n" + "1" * 100000 + "\n")], 1,
+                 r"long\.csv:2: line longer than 65536 bytes")
 
 
 def group_usage(tool, data, gen):

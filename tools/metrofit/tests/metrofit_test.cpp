@@ -159,8 +159,7 @@ PointSet circlePoints(FitResult& r) {
     r.shape = Shape::circle;
     r.method = Method::lsq;
     r.function = "approximate<double>::fitCircleLsq";
-    r.center = {1.0, -1.0, 0.0};
-    r.radius = 2.0;
+    r.primitive = math::Ccircle2<double>({1.0, -1.0}, 2.0);
     r.measures.push_back({"stdAbw", "std. deviation of radii (StdAbwCircle2)", 0.1069});
     computeResiduals(pts, r);
     return pts;
@@ -184,39 +183,34 @@ TEST(MetrofitResiduals, SignConventionsAndSummary) {
     lp.lineNumbers = {1, 2, 3};
     FitResult l;
     l.shape = Shape::line2;
-    l.point = {10, 1, 0};
-    l.direction = {1, 0, 0};
+    l.primitive = math::Cline2<double>(math::Cpoint2<double>(10, 1), math::Cdirec2<double>(1, 0));
     computeResiduals(lp, l);
     EXPECT_EQ(l.residuals, (std::vector<double>{2, -2, 0}));
     EXPECT_EQ(l.stats.maxAbs, 2.0);
     EXPECT_EQ(l.stats.maxAbsIndex, 0u);  // the first of equal magnitudes
 
-    // Plane z = 5 with normal +z (d = -5); sphere of radius 3 with a negative
-    // radius as the algebraic fit may return; spatial line along z.
+    // Plane z = 5 with normal +z (d = -5); sphere of radius 3; spatial line along z.
     PointSet sp;
     sp.dim = 3;
     sp.coords = {0, 0, 7, 1, 2, 4, 4, 0, 0};
     sp.lineNumbers = {1, 2, 3};
     FitResult pl;
     pl.shape = Shape::plane;
-    pl.normal = {0, 0, 1};
-    pl.d = -5;
+    pl.primitive = math::Cplane3<double>({0, 0, 1}, -5.0);
     computeResiduals(sp, pl);
     EXPECT_EQ(pl.residuals, (std::vector<double>{2, -1, -5}));
     EXPECT_EQ(pl.stats.maxAbsIndex, 2u);
 
     FitResult s;
     s.shape = Shape::sphere;
-    s.center = {0, 0, 0};
-    s.radius = -3;
+    s.primitive = math::Csphere3<double>({0, 0, 0}, 3);
     computeResiduals(sp, s);
     EXPECT_DOUBLE_EQ(s.residuals[0], 4.0);
     EXPECT_DOUBLE_EQ(s.residuals[2], 1.0);
 
     FitResult l3;
     l3.shape = Shape::line3;
-    l3.point = {0, 0, 100};
-    l3.direction = {0, 0, -1};
+    l3.primitive = math::Cline3<double>(math::Cpoint3<double>(0, 0, 100), math::Cdirec3<double>(0, 0, -1));
     computeResiduals(sp, l3);
     EXPECT_DOUBLE_EQ(l3.residuals[0], 0.0);
     EXPECT_DOUBLE_EQ(l3.residuals[1], std::sqrt(5.0));
@@ -340,8 +334,7 @@ TEST(MetrofitSvg, DrawingContents) {
     FitResult pl;
     pl.shape = Shape::plane;
     pl.method = Method::geom;
-    pl.normal = {0, 0, 1};
-    pl.d = -5;
+    pl.primitive = math::Cplane3<double>({0, 0, 1}, -5.0);
     computeResiduals(pp, pl);
     std::ostringstream po;
     writeSvg(po, pp, pl, SvgOptions());
@@ -371,6 +364,14 @@ std::string fitError(Shape s, Method m, PointSet const& p) {
     return "";
 }
 
+// The values of parameter `key` of a fit.
+std::vector<double> P(FitResult const& r, std::string const& key) {
+    for (Parameter const& p : parameters(r))
+        if (p.key == key) return p.values;
+    ADD_FAILURE() << "no parameter " << key;
+    return {kNaN, kNaN, kNaN};
+}
+
 struct RunResult {
     int rc;
     std::string out, err;
@@ -391,16 +392,16 @@ RunResult runTool(std::vector<std::string> args, std::string const& stdinText = 
 TEST(MetrofitFit, WellPosedSetsIncludingDiagonalScatter) {
     // Symmetric sets have an exactly diagonal scatter matrix: they must fit.
     const FitResult c = runFit(Shape::circle, Method::lsq, make(2, {3, -2, 1, 0, -1, -2, 1, -4}));
-    EXPECT_NEAR(c.center[0], 1.0, 1e-12);
-    EXPECT_NEAR(c.center[1], -2.0, 1e-12);
-    EXPECT_NEAR(c.radius, 2.0, 1e-12);
+    EXPECT_NEAR(P(c, "center")[0], 1.0, 1e-12);
+    EXPECT_NEAR(P(c, "center")[1], -2.0, 1e-12);
+    EXPECT_NEAR(P(c, "radius")[0], 2.0, 1e-12);
     EXPECT_LT(c.stats.maxAbs, 1e-12);
 
     // A horizontal line by both methods; the direction is turned to +x.
     for (Method m : {Method::geom, Method::lsq}) {
         const FitResult l = runFit(Shape::line2, m, make(2, {5, 3, 1, 3, 2, 3, 7, 3}));
-        EXPECT_NEAR(l.direction[0], 1.0, 1e-15) << methodName(m);
-        EXPECT_NEAR(l.direction[1], 0.0, 1e-15) << methodName(m);
+        EXPECT_NEAR(P(l, "direction")[0], 1.0, 1e-15) << methodName(m);
+        EXPECT_NEAR(P(l, "direction")[1], 0.0, 1e-15) << methodName(m);
         EXPECT_LT(l.stats.maxAbs, 1e-12) << methodName(m);
     }
 
@@ -408,10 +409,10 @@ TEST(MetrofitFit, WellPosedSetsIncludingDiagonalScatter) {
     // the reported normal and d describe the same plane as the library's.
     const FitResult p = runFit(Shape::plane, Method::geom, make(3, {0, 0, 2, 1, 0, 1, 0, 3, 2, 2, 5, 0, 4, 1, -2}));
     const double h = std::sqrt(0.5);
-    EXPECT_NEAR(p.normal[0], h, 1e-12);
-    EXPECT_NEAR(p.normal[1], 0.0, 1e-12);
-    EXPECT_NEAR(p.normal[2], h, 1e-12);
-    EXPECT_NEAR(p.d, -2.0 * h, 1e-12);
+    EXPECT_NEAR(P(p, "normal")[0], h, 1e-12);
+    EXPECT_NEAR(P(p, "normal")[1], 0.0, 1e-12);
+    EXPECT_NEAR(P(p, "normal")[2], h, 1e-12);
+    EXPECT_NEAR(P(p, "d")[0], -2.0 * h, 1e-12);
     EXPECT_LT(p.stats.maxAbs, 1e-12);
     EXPECT_EQ(p.measures.size(), 3u);
 
@@ -419,14 +420,14 @@ TEST(MetrofitFit, WellPosedSetsIncludingDiagonalScatter) {
     // origin lies outside, and the reported radius is positive either way.
     const FitResult s = runFit(Shape::sphere, Method::lsq,
                                make(3, {3, 2, 3, -1, 2, 3, 1, 4, 3, 1, 0, 3, 1, 2, 5, 1, 2, 1, 1 + std::sqrt(2.0), 2 + std::sqrt(2.0), 3}));
-    EXPECT_NEAR(s.center[2], 3.0, 1e-9);
-    EXPECT_NEAR(s.radius, 2.0, 1e-9);
+    EXPECT_NEAR(P(s, "center")[2], 3.0, 1e-9);
+    EXPECT_NEAR(P(s, "radius")[0], 2.0, 1e-9);
     const FitResult s0 = runFit(Shape::sphere, Method::lsq, make(3, {2, 0, 0, -2, 0, 0, 0, 2, 0, 0, -2, 0, 0, 0, 2}));
-    EXPECT_NEAR(s0.radius, 2.0, 1e-9);  // origin inside: the library's radius is negative
+    EXPECT_NEAR(P(s0, "radius")[0], 2.0, 1e-9);  // origin inside: the library's radius is negative
 
     // Spatial line along -x is reported along +x; residuals are radial.
     const FitResult l3 = runFit(Shape::line3, Method::geom, make(3, {4, 1, 0, 2, 1, 0, 0, 1, 0, -3, 1, 0}));
-    EXPECT_NEAR(l3.direction[0], 1.0, 1e-12);
+    EXPECT_NEAR(P(l3, "direction")[0], 1.0, 1e-12);
     EXPECT_LT(l3.stats.maxAbs, 1e-12);
 }
 
@@ -436,12 +437,12 @@ TEST(MetrofitFit, FloatInstantiation) {
     const FitResult c = runFit(Shape::circle, Method::lsq, make(2, {3, -2, 1, 0, -1, -2, 1, -4}), true);
     EXPECT_EQ(c.function, "approximate<float>::fitCircleLsq");
     EXPECT_EQ(c.scalar, "float");
-    EXPECT_NEAR(c.center[0], 1.0, 1e-5);
-    EXPECT_NEAR(c.center[1], -2.0, 1e-5);
-    EXPECT_NEAR(c.radius, 2.0, 1e-5);
+    EXPECT_NEAR(P(c, "center")[0], 1.0, 1e-5);
+    EXPECT_NEAR(P(c, "center")[1], -2.0, 1e-5);
+    EXPECT_NEAR(P(c, "radius")[0], 2.0, 1e-5);
     // Coordinates are rounded to float before the fit: 0.1 is not exact.
     const FitResult p = runFit(Shape::plane, Method::geom, make(3, {0, 0, 0.1, 1, 0, 0.1, 0, 1, 0.1, 1, 1, 0.1}), true);
-    EXPECT_EQ(p.d, -static_cast<double>(0.1f));
+    EXPECT_EQ(P(p, "d")[0], -static_cast<double>(0.1f));
     const PointSet big = make(2, {1e6, 0, 0, 2e6, -2e6, 0, 0, -2e6});
     EXPECT_EQ(fitError(Shape::circle, Method::lsq, big), "");  // double: fine
     try {
@@ -532,4 +533,123 @@ TEST(MetrofitApp, LibraryErrorsInUtf8OnOneLine) {
         << line;
     EXPECT_EQ(line.find('\n'), std::string::npos);
     EXPECT_EQ(line.find('\xFC'), std::string::npos);  // no raw Windows-1252 byte left
+}
+
+TEST(MetrofitFit, TinySetsAreJudgedOnTheirOwnScale) {
+    // The same (inexact) sets moved to 2^-1000 (about 1e-301): every fit gives
+    // the scaled result, not "all points coincide", and the residuals keep
+    // their size (no squares underflow).
+    const std::vector<std::pair<Shape, PointSet>> sets = {
+        {Shape::circle, make(2, {3, -2, 1, 0, -1, -2, 1, -4, 2.3, -0.4})},
+        {Shape::sphere, make(3, {3, 2, 3, -1, 2, 3, 1, 4, 3, 1, 0, 3, 1, 2, 5, 1, 2, 1.1})},
+        {Shape::plane, make(3, {0, 0, 2, 1, 0, 1, 0, 3, 2, 2, 5, 0, 4, 1, -2.5})},
+        {Shape::line2, make(2, {0, 1, 1, 3.1, 2, 5, 3, 6.9})},
+        {Shape::line3, make(3, {0, 1, 2, 1, 3.1, 2, 2, 5, 2.2})},
+    };
+    for (auto const& s : sets) {
+        SCOPED_TRACE(shapeInfo(s.first).name);
+        PointSet tiny = s.second;
+        for (double& c : tiny.coords) c = std::ldexp(c, -1000);
+        const Method m = shapeInfo(s.first).methods.front().method;
+        const FitResult big = runFit(s.first, m, s.second), small = runFit(s.first, m, tiny);
+        const std::vector<Parameter> pb = parameters(big), ps = parameters(small);
+        for (std::size_t k = 0; k < pb.size(); ++k) {
+            const int power = pb[k].key == "direction" || pb[k].key == "normal" ? 0 : 1;
+            for (std::size_t j = 0; j < pb[k].values.size(); ++j)
+                EXPECT_NEAR(std::ldexp(ps[k].values[j], 1000 * power), pb[k].values[j], 1e-12) << pb[k].key;
+        }
+        EXPECT_NEAR(std::ldexp(small.stats.rms, 1000) / big.stats.rms, 1.0, 1e-9);
+    }
+    // The closed-form line's absolute 1e-8 acts on unit-size data: a line
+    // over 20 um keeps its direction (not (0, 1)).
+    const FitResult d = runFit(Shape::line2, Method::geom, make(2, {0, 0, 1e-5, 1e-5, 2e-5, 2.1e-5}));
+    EXPECT_NEAR(P(d, "direction")[0], std::sqrt(0.5), 0.05);
+    // Degenerate stays degenerate at any scale, and says why.
+    PointSet line = make(2, {0, 1, 1, 3, 2, 5, 3, 7});
+    for (double& c : line.coords) c = std::ldexp(c, -1000);
+    EXPECT_EQ(fitError(Shape::circle, Method::lsq, line),
+              "m.txt: degenerate point configuration: the points are collinear, a circle is not determined");
+}
+
+namespace {
+
+// A 16 MiB line of digits (as good as endless): a reader that keeps whole
+// lines reads all of it.
+struct EndlessLine : std::streambuf {
+    std::size_t served = 0;
+    char chunk[4096];
+    EndlessLine() { std::fill(chunk, chunk + sizeof chunk, '1'); }
+    int_type underflow() override {
+        if (served >= (std::size_t(16) << 20)) return traits_type::eof();
+        served += sizeof chunk;
+        setg(chunk, chunk, chunk + sizeof chunk);
+        return '1';
+    }
+};
+
+// Accepts `room` bytes, then fails every write; counts what it was offered.
+struct FullDisk : std::streambuf {
+    std::size_t room, offered = 0;
+    explicit FullDisk(std::size_t r) : room(r) {}
+    int_type overflow(int_type c) override { return xsputn(reinterpret_cast<const char*>(&c), 1) ? c : EOF; }
+    std::streamsize xsputn(const char*, std::streamsize n) override {
+        offered += static_cast<std::size_t>(n);
+        if (offered > room) return 0;
+        return n;
+    }
+};
+
+}  // namespace
+
+TEST(MetrofitReader, LongLinesAreRefusedAtOnce) {
+    EndlessLine endless;
+    std::istream in(&endless);
+    try {
+        readPoints(in, "t.csv");
+        FAIL() << "no error";
+    } catch (InputError const& e) {
+        EXPECT_EQ(std::string(e.what()), "t.csv:1: line longer than 65536 bytes, not a point file");
+    }
+    EXPECT_LE(endless.served, kMaxLineLength + 8192);
+    // The limit itself: a line of exactly 65536 bytes reads, one more does not
+    // (also as the last line without a line end).
+    const std::string pad(kMaxLineLength - 4, ' ');
+    EXPECT_EQ(read("1 2\n3 4" + pad + "\n5 6").size(), 3u);
+    EXPECT_EQ(readError("1 2\n3 4  " + pad + "\n"), "t.csv:2: line longer than 65536 bytes, not a point file");
+    EXPECT_EQ(readError("1 2\n3 4  " + pad), "t.csv:2: line longer than 65536 bytes, not a point file");
+}
+
+TEST(MetrofitSvg, LargeSetsDrawABoundedSample) {
+    std::vector<double> res(1000);
+    for (std::size_t i = 0; i < res.size(); ++i) res[i] = std::sin(0.37 * static_cast<double>(i) * i);
+    res[777] = -5.0;
+    const std::vector<std::size_t> d = drawnPoints(res, 100);
+    ASSERT_LE(d.size(), 100u);
+    EXPECT_GE(d.size(), 90u);
+    EXPECT_TRUE(std::is_sorted(d.begin(), d.end()));
+    EXPECT_EQ(std::adjacent_find(d.begin(), d.end()), d.end());
+    // The 10 largest |residual| are all drawn.
+    std::vector<double> mags;
+    for (double v : res) mags.push_back(std::fabs(v));
+    std::vector<double> sorted = mags;
+    std::sort(sorted.rbegin(), sorted.rend());
+    std::size_t kept = 0;
+    for (std::size_t i : d) kept += mags[i] >= sorted[9] ? 1 : 0;
+    EXPECT_EQ(kept, 10u);
+    EXPECT_EQ(drawnPoints(res, 2000).size(), 1000u);
+
+    FitResult r;
+    PointSet pts = circlePoints(r);
+    SvgOptions opt;
+    opt.maxPoints = 5;
+    std::ostringstream out;
+    writeSvg(out, pts, r, opt);
+    EXPECT_EQ(count(out.str(), "<line "), drawnPoints(r.residuals, 5).size());
+    EXPECT_NE(out.str().find("grey: 5 of 8 measured points drawn"), std::string::npos);
+
+    // A failed write ends the drawing: nothing more is offered to the stream.
+    FullDisk full(600);
+    std::ostream sink(&full);
+    writeSvg(sink, pts, r, SvgOptions());
+    EXPECT_LT(full.offered, 1200u);
 }
