@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "math_primitive_ops.h"
+
 namespace math {
 
 template <class T>
@@ -84,11 +86,7 @@ bool geometric<T>::project(Cline3<T> const& l, std::vector<Cpoint3<T>>& ps) {
 
 template <class T>
 void geometric<T>::project(Cplane3<T> const& e, Cpoint3<T>& p) {
-    const T a = e.a(), b = e.b(), c = e.c(), d = e.d();
-    const T x = p.x, y = p.y, z = p.z;
-    p.x = (b * b + c * c) * x - (b * y + c * z + d) * a;
-    p.y = (a * a + c * c) * y - (a * x + c * z + d) * b;
-    p.z = (a * a + b * b) * z - (a * x + b * y + d) * c;
+    ops::projectOntoPlane(e, p);
 }
 
 template <class T>

@@ -88,16 +88,13 @@ bool geometric<T>::intersect(Cline3<T> const& a, Cline3<T> const& b, Cpoint3<T>&
 
 template <class T>
 bool geometric<T>::intersect(Cplane3<T> const& e1, Cplane3<T> const& e2, Cplane3<T> const& e3, Cpoint3<T>& s) {
-    const T a1 = e1.a(), b1 = e1.b(), c1 = e1.c();
-    const T a2 = e2.a(), b2 = e2.b(), c2 = e2.c();
-    const T a3 = e3.a(), b3 = e3.b(), c3 = e3.c();
-    const T det = a1 * b2 * c3 + b1 * c2 * a3 + c1 * a2 * b3 - c1 * b2 * a3 - a1 * c2 * b3 - b1 * a2 * c3;
+    const T N[3][3] = {{e1.a(), e1.b(), e1.c()}, {e2.a(), e2.b(), e2.c()}, {e3.a(), e3.b(), e3.c()}};
+    const T det = kernel::det3(N);
     if (-epsP<T>() <= det && det <= epsP<T>()) return false;
     if (!(det == det)) return false;  // NaN plane: no system to solve
     Cmatrix<T> A(3, 3);
-    A(0, 0) = a1, A(0, 1) = b1, A(0, 2) = c1;
-    A(1, 0) = a2, A(1, 1) = b2, A(1, 2) = c2;
-    A(2, 0) = a3, A(2, 1) = b3, A(2, 2) = c3;
+    for (unsigned i = 0; i < 3; ++i)
+        for (unsigned j = 0; j < 3; ++j) A(i, j) = N[i][j];
     try {
         Csolver_luDecomp<T> lu(A);
         const Cmatrix<T> x = lu.solve(std::vector<T>{-e1.d(), -e2.d(), -e3.d()});

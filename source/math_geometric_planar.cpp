@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "math_primitive_ops.h"
+
 namespace math {
 
 namespace {
@@ -20,17 +22,7 @@ bool nearOne(T x) {
 
 template <class T>
 bool geometric<T>::intersect(Cline2<T> const& a, Cline2<T> const& b, Cpoint2<T>& s) {
-    const T eps = T(tol::epsFloat);
-    const Cpoint2<T>& pa = a.point();
-    const Cpoint2<T>& pb = b.point();
-    const Cdirec2<T>& da = a.direction();
-    const Cdirec2<T>& db = b.direction();
-    const T det = da.x * db.y - da.y * db.x;
-    if (-eps <= det && det <= eps) return false;
-    // NaN directions fail both comparisons above and give a NaN point.
-    s.x = ((db.y * pb.x + pa.y * db.x) * da.x - (da.y * pa.x + pb.y * da.x) * db.x) / det;
-    s.y = ((da.y * pb.x + pa.y * da.x) * db.y - (pb.y * db.x + pa.x * db.y) * da.y) / det;
-    return true;
+    return ops::intersectLines(a, b, s);
 }
 
 template <class T>

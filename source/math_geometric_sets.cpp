@@ -201,14 +201,11 @@ bool geometric<T>::intersect(std::vector<Ccircle2<T>> const& circles, Cpoint2<T>
         gx += ax * kk;
         gy += ay * kk;
     }
-    // Eigen-decomposition of [[sxx, sxy], [sxy, syy]]: the larger eigenvalue's
-    // vector is (cos phi, sin phi) with phi = atan2(2 sxy, sxx - syy)/2.
-    const double mean = 0.5 * (sxx + syy), diff = 0.5 * (sxx - syy);
-    const double rad = std::hypot(diff, sxy);
-    const double l1 = mean + rad, l2 = mean - rad;
+    // Eigen-decomposition of [[sxx, sxy], [sxy, syy]]: (dx, dy) is the unit
+    // eigenvector of the larger eigenvalue l1.
+    double l1, l2, dx, dy;
+    kernel::symEig2(sxx, sxy, syy, l1, l2, dx, dy);
     if (!(l1 > 0.0) || !std::isfinite(l1)) return false;
-    const double phi = 0.5 * std::atan2(2.0 * sxy, sxx - syy);
-    double dx = std::cos(phi), dy = std::sin(phi);
     double qx, qy;
     if (l2 > tol::epsFloat * l1) {
         const double c1 = (dx * gx + dy * gy) / (2.0 * l1);
