@@ -49,6 +49,53 @@ void setNaNLine(Cline3<T>& line) {
     line = Cline3<T>(Cpoint3<T>(nan, nan, nan), Cdirec3<T>(nan, nan, nan, true));
 }
 
+// The invalid plane: a, b, c and d NaN.
+template <class T>
+void setNaNPlane(Cplane3<T>& plane) {
+    const T nan = quietNaN<T>();
+    plane.set(nan, nan, nan, nan);
+}
+
+// The shape through exactly as many points as determine it.
+template <class T>
+void setThrough(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line) {
+    line = Cline2<T>(pts[0], pts[1]);
+}
+template <class T>
+void setThrough(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line) {
+    line = Cline3<T>(pts[0], pts[1]);
+}
+template <class T>
+void setThrough(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane) {
+    plane = Cplane3<T>(pts[0], pts[1], pts[2]);
+}
+template <class T>
+void setNaNShape(Cline2<T>& line) {
+    setNaNLine(line);
+}
+template <class T>
+void setNaNShape(Cline3<T>& line) {
+    setNaNLine(line);
+}
+template <class T>
+void setNaNShape(Cplane3<T>& plane) {
+    setNaNPlane(plane);
+}
+
+// The opening of the fits of a shape that K points determine (a line 2, a
+// plane 3): fewer than K points give the invalid shape, exactly K the shape
+// through them, and the fit is done (true; the caller then marks its record
+// invalid).  More points: false, nothing written.
+template <std::size_t K, class P, class Shape>
+bool fewPoints(std::vector<P> const& pts, Shape& shape) {
+    if (pts.size() > K) return false;
+    if (pts.size() < K)
+        setNaNShape(shape);
+    else
+        setThrough(pts, shape);
+    return true;
+}
+
 constexpr std::size_t kSumBlock = 1024;
 
 // L lanes of S with element-wise arithmetic.
