@@ -16,7 +16,6 @@
 
 #include <cmath>
 #include <list>
-#include <type_traits>
 #include <vector>
 
 namespace math {

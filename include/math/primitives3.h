@@ -8,7 +8,6 @@
 #include <math/export.h>
 #include <math/point.h>
 
-#include <cmath>
 #include <limits>
 #include <list>
 #include <vector>
