@@ -26,21 +26,6 @@ namespace {
 using approx_detail::blockedSums;
 using approx_detail::fewPoints;
 
-template <class T>
-void setNaN(CqLineGeom2DStdAbw<T>& rec) {
-    rec.stdAbwOrth = rec.stdAbwAlong = quietNaN<T>();
-}
-
-template <class T>
-void setNaN(CqLineGeom3DStdAbw<T>& rec) {
-    rec.stdAbwMain = rec.stdAbwSecond = rec.stdAbwThird = quietNaN<T>();
-}
-
-template <class T>
-void setNaN(CqPlaneGeomStdAbw<T>& rec) {
-    rec.stdAbwNormal = rec.stdAbwSecond = rec.stdAbwMain = quietNaN<T>();
-}
-
 // Raw sums of a spatial point set in the accumulator type S:
 // x, y, z, xx, yy, zz, xy, xz, yz.
 enum { rX, rY, rZ, rXX, rYY, rZZ, rXY, rXZ, rYZ, rCount };
@@ -125,10 +110,7 @@ template <class T>
 void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line,
                                  CqLineGeom2DStdAbw<T>& rec) {
     const std::size_t count = pts.size();
-    if (fewPoints<2>(pts, line)) {
-        setNaN(rec);
-        return;
-    }
+    if (fewPoints<2>(pts, line, &rec)) return;
 
     const auto r = blockedSums<T, 5>(pts, [](auto* a, auto x, auto y) {
         a[0] += x;
@@ -230,10 +212,7 @@ template <class T>
 void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line,
                                  CqLineGeom3DStdAbw<T>& rec) {
     const std::size_t count = pts.size();
-    if (fewPoints<2>(pts, line)) {
-        setNaN(rec);
-        return;
-    }
+    if (fewPoints<2>(pts, line, &rec)) return;
 
     const auto s = rawSums3<double>(pts);
     const double n = static_cast<double>(count);
@@ -273,10 +252,7 @@ namespace {
 template <class T>
 void planeGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane, CqPlaneGeomStdAbw<T>* rec) {
     const std::size_t count = pts.size();
-    if (fewPoints<3>(pts, plane)) {
-        if (rec) setNaN(*rec);
-        return;
-    }
+    if (fewPoints<3>(pts, plane, rec)) return;
 
     const auto s = rawSums3<T>(pts);
     const T f = T(1) / static_cast<T>(count);

@@ -22,6 +22,7 @@
 #ifndef MATH_APPROXIMATE_SUMS_H
 #define MATH_APPROXIMATE_SUMS_H
 
+#include <math/approximate.h>
 #include <math/point.h>
 #include <math/primitives2.h>
 #include <math/primitives3.h>
@@ -82,17 +83,34 @@ void setNaNShape(Cplane3<T>& plane) {
     setNaNPlane(plane);
 }
 
+// The invalid records: every field NaN.
+template <class T>
+void setNaN(CqLineGeom2DStdAbw<T>& rec) {
+    rec.stdAbwOrth = rec.stdAbwAlong = quietNaN<T>();
+}
+template <class T>
+void setNaN(CqLineGeom3DStdAbw<T>& rec) {
+    rec.stdAbwMain = rec.stdAbwSecond = rec.stdAbwThird = quietNaN<T>();
+}
+template <class T>
+void setNaN(CqPlaneGeomStdAbw<T>& rec) {
+    rec.stdAbwNormal = rec.stdAbwSecond = rec.stdAbwMain = quietNaN<T>();
+}
+struct NoRecord {};
+inline void setNaN(NoRecord&) {}
+
 // The opening of the fits of a shape that K points determine (a line 2, a
 // plane 3): fewer than K points give the invalid shape, exactly K the shape
-// through them, and the fit is done (true; the caller then marks its record
-// invalid).  More points: false, nothing written.
-template <std::size_t K, class P, class Shape>
-bool fewPoints(std::vector<P> const& pts, Shape& shape) {
+// through them, and either way the record (if rec is not null) is invalid
+// and the fit is done: true.  More points: false, nothing written.
+template <std::size_t K, class P, class Shape, class Rec = NoRecord>
+bool fewPoints(std::vector<P> const& pts, Shape& shape, Rec* rec = nullptr) {
     if (pts.size() > K) return false;
     if (pts.size() < K)
         setNaNShape(shape);
     else
         setThrough(pts, shape);
+    if (rec) setNaN(*rec);
     return true;
 }
 

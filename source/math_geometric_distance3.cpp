@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "math_kernels.h"
 #include "math_primitive_ops.h"
 
 namespace math {
@@ -17,9 +18,7 @@ T geometric<T>::distance(Cplane3<T> const& e, Cpoint3<T> const& p) {
 
 template <class T>
 void geometric<T>::distance(Cplane3<T> const& e, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
-    dist.clear();
-    dist.resize(ps.size());
-    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = distance(e, ps[i]);
+    kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return distance(e, p); });
 }
 
 template <class T>
@@ -31,9 +30,7 @@ T geometric<T>::distance(Cline3<T> const& l, Cpoint3<T> const& p) {
 
 template <class T>
 void geometric<T>::distance(Cline3<T> const& l, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
-    dist.clear();
-    dist.resize(ps.size());
-    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = distance(l, ps[i]);
+    kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return distance(l, p); });
 }
 
 template <class T>
@@ -43,9 +40,7 @@ T geometric<T>::distance(Csphere3<T> const& s, Cpoint3<T> const& p) {
 
 template <class T>
 void geometric<T>::distance(Csphere3<T> const& s, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
-    dist.clear();
-    dist.resize(ps.size());
-    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = distance(s, ps[i]);
+    kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return distance(s, p); });
 }
 
 template <class T>
@@ -56,17 +51,13 @@ T geometric<T>::distance(Ccylinder3<T> const& z, Cpoint3<T> const& p) {
 template <class T>
 void geometric<T>::distance(Ccylinder3<T> const& z, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
     if (ps.empty()) return;
-    dist.clear();
-    dist.resize(ps.size());
-    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = distance(z, ps[i]);
+    kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return distance(z, p); });
 }
 
 template <class T>
 void geometric<T>::distance(Cpoint3<T> const& q, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
     if (ps.empty()) return;
-    dist.clear();
-    dist.resize(ps.size());
-    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = (ps[i] - q).length();
+    kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return (p - q).length(); });
 }
 
 template <class T>

@@ -2,9 +2,10 @@
 // for Cellipse2.
 #include <math/geometric.h>
 
-#include <algorithm>
+#include <utility>
 #include <cmath>
-#include <cstddef>
+
+#include "math_kernels.h"
 
 namespace math {
 
@@ -101,9 +102,7 @@ T geometric<T>::distance(Cellipse2<T> const& el, Cpoint2<T> const& p) {
 template <class T>
 void geometric<T>::distance(Cellipse2<T> const& el, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist) {
     const double ca = std::cos(double(el.angle())), sa = std::sin(double(el.angle()));
-    dist.clear();
-    dist.resize(ps.size());
-    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = ellipseDistance(el, ca, sa, ps[i]);
+    kernel::mapPoints(ps, dist, [&](Cpoint2<T> const& p) { return ellipseDistance(el, ca, sa, p); });
 }
 
 #define METROMATH_GEOMETRIC_ELLIPSE(T)                                        \

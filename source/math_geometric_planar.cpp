@@ -4,8 +4,8 @@
 #include <math/geometric.h>
 
 #include <cmath>
-#include <cstddef>
 
+#include "math_kernels.h"
 #include "math_primitive_ops.h"
 
 namespace math {
@@ -34,9 +34,7 @@ T geometric<T>::distance(Cline2<T> const& l, Cpoint2<T> const& p) {
 
 template <class T>
 void geometric<T>::distance(Cline2<T> const& l, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist) {
-    dist.clear();
-    dist.resize(ps.size());
-    for (std::size_t i = 0; i < ps.size(); ++i) dist[i] = distance(l, ps[i]);
+    kernel::mapPoints(ps, dist, [&](Cpoint2<T> const& p) { return distance(l, p); });
 }
 
 template <class T>

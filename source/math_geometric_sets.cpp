@@ -16,15 +16,28 @@ using kernel::dot3;
 using kernel::solve3;
 using kernel::symEig3;
 
+namespace {
+
+// false for fewer than two items; otherwise true and m = the mean of
+// at(item) over the items, summed in double in item order.
+template <class Items, class At>
+bool meanOfTwoOrMore(Items const& items, At const& at, double (&m)[3]) {
+    if (items.size() < 2) return false;
+    m[0] = m[1] = m[2] = 0.0;
+    for (auto const& item : items)
+        for (unsigned k = 0; k < 3; ++k) m[k] += double(at(item)[k]);
+    for (unsigned k = 0; k < 3; ++k) m[k] /= double(items.size());
+    return true;
+}
+
+}  // namespace
+
 // pairwise test 1 - |cos theta| <= eps_p carried over to a set.
 template <class T>
 bool geometric<T>::intersect(std::vector<Cline3<T>> const& lines, Cpoint3<T>& s, T& rms) {
+    double m[3];
+    if (!meanOfTwoOrMore(lines, [](Cline3<T> const& l) { return l.point(); }, m)) return false;
     const std::size_t n = lines.size();
-    if (n < 2) return false;
-    double m[3] = {0.0, 0.0, 0.0};
-    for (Cline3<T> const& l : lines)
-        for (unsigned k = 0; k < 3; ++k) m[k] += double(l.point()[k]);
-    for (unsigned k = 0; k < 3; ++k) m[k] /= double(n);
 
     double A[3][3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
     double b[3] = {0.0, 0.0, 0.0};
@@ -90,12 +103,9 @@ bool geometric<T>::intersect(std::vector<Cline3<T>> const& lines, Cpoint3<T>& s,
 //    or not at all; false, s untouched.  Fewer than two spheres or NaN: false.
 template <class T>
 bool geometric<T>::intersect(std::vector<Csphere3<T>> const& spheres, Cpoint3<T>& s, bool positiveSide) {
+    double m[3];
+    if (!meanOfTwoOrMore(spheres, [](Csphere3<T> const& k) { return k.center(); }, m)) return false;
     const std::size_t n = spheres.size();
-    if (n < 2) return false;
-    double m[3] = {0.0, 0.0, 0.0};
-    for (Csphere3<T> const& k : spheres)
-        for (unsigned i = 0; i < 3; ++i) m[i] += double(k.center()[i]);
-    for (unsigned i = 0; i < 3; ++i) m[i] /= double(n);
 
     double S[3][3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
     double g[3] = {0.0, 0.0, 0.0};

@@ -1,14 +1,25 @@
 // Small dense kernels shared by the library's sources (private, not
-// installed): 3-vectors, the 3x3 determinant and solve, and the eigen
-// decompositions of symmetric 2x2 and 3x3 matrices.  Plain arrays, no
+// installed): a map over point sets, 3-vectors, the 3x3 determinant and
+// solve, and the eigen decompositions of symmetric 2x2 and 3x3 matrices.  Plain arrays, no
 // allocation, no exceptions; NaN input gives NaN output.
 #ifndef MATH_KERNELS_H
 #define MATH_KERNELS_H
 
 #include <cmath>
+#include <cstddef>
+#include <vector>
 
 namespace math {
 namespace kernel {
+
+// out[i] = f(in[i]) for every element, out sized to in (the point-set forms
+// of the distance queries).
+template <class P, class T, class F>
+void mapPoints(std::vector<P> const& in, std::vector<T>& out, F const& f) {
+    out.clear();
+    out.resize(in.size());
+    for (std::size_t i = 0; i < in.size(); ++i) out[i] = f(in[i]);
+}
 
 inline double dot3(double const* a, double const* b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
 
