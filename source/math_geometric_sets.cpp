@@ -32,6 +32,15 @@ bool meanOfTwoOrMore(Items const& items, At const& at, double (&m)[3]) {
 
 }  // namespace
 
+// Least squares: the squared distance of x from line i is |P_i (x - p_i)|^2
+// with the projector P_i = I - d_i d_i^T, so the minimum solves
+//   (sum P_i) x = sum P_i p_i.
+// With the points taken relative to their mean, and accumulated in double.
+// M = (sum P_i)/n has eigenvalues in [0, 1] summing to 2; if all lines are
+// parallel its smallest eigenvalue is 0.  Because the other two are then at
+// least 1 - lambda_min, det M lies between lambda_min*(1 - lambda_min)^2 and
+// lambda_min, and the lines count as parallel when det M <= eps_p/2: for two
+// lines at angle theta, lambda_min = (1 - |cos theta|)/2, so this is the
 // pairwise test 1 - |cos theta| <= eps_p carried over to a set.
 template <class T>
 bool geometric<T>::intersect(std::vector<Cline3<T>> const& lines, Cpoint3<T>& s, T& rms) {
