@@ -185,7 +185,7 @@ bool geometric<T>::intersect(std::vector<Csphere3<T>> const& spheres, Cpoint3<T>
 }
 
 // Circles |x - c_i|^2 = r_i^2: the planar counterpart of the sphere set
-// below.  With a_i = c_i - m (m the centroid of the centres) and q = x - m,
+// above.  With a_i = c_i - m (m the centroid of the centres) and q = x - m,
 // equal powers |x - c_i|^2 - r_i^2 along all radical axes give the normal
 // equations 2 S q = sum a_i (|a_i|^2 - r_i^2), S the scatter matrix of the
 // centres, solved on its range (eigenvalues above eps_p times the largest).
