@@ -8,7 +8,7 @@ set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 "$root/scripts/deps.sh"
 dir="$root/build/release"
-cmake -S "$root" -B "$dir" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S "$root" -B "$dir" -DCMAKE_BUILD_TYPE=Release -DMETROMATH_TOOLS=ON -DMETROMATH_EXAMPLES=ON >/dev/null
 cmake --build "$dir" -j "$(nproc 2>/dev/null || echo 2)" --target metrofit quickstart
 "$dir/examples/quickstart"
 echo

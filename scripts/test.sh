@@ -9,7 +9,7 @@ jobs="$(nproc 2>/dev/null || echo 2)"
 
 run() {  # name, cmake options...
   local dir="$root/build/$1"; shift
-  cmake -S "$root" -B "$dir" -DBUILD_TESTING=ON "$@" >/dev/null
+  cmake -S "$root" -B "$dir" -DBUILD_TESTING=ON -DMETROMATH_TOOLS=ON -DMETROMATH_EXAMPLES=ON "$@" >/dev/null
   cmake --build "$dir" -j "$jobs"
   (cd "$dir" && ctest -j "$jobs" --output-on-failure --timeout 600)
 }

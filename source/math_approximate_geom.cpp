@@ -24,28 +24,7 @@ namespace math {
 namespace {
 
 using approx_detail::blockedSums;
-using approx_detail::setNaNLine;
-
-template <class T>
-void setNaNPlane(Cplane3<T>& plane) {
-    const T nan = quietNaN<T>();
-    plane.set(nan, nan, nan, nan);
-}
-
-template <class T>
-void setNaN(CqLineGeom2DStdAbw<T>& rec) {
-    rec.stdAbwOrth = rec.stdAbwAlong = quietNaN<T>();
-}
-
-template <class T>
-void setNaN(CqLineGeom3DStdAbw<T>& rec) {
-    rec.stdAbwMain = rec.stdAbwSecond = rec.stdAbwThird = quietNaN<T>();
-}
-
-template <class T>
-void setNaN(CqPlaneGeomStdAbw<T>& rec) {
-    rec.stdAbwNormal = rec.stdAbwSecond = rec.stdAbwMain = quietNaN<T>();
-}
+using approx_detail::fewPoints;
 
 // Raw sums of a spatial point set in the accumulator type S:
 // x, y, z, xx, yy, zz, xy, xz, yz.
@@ -87,14 +66,7 @@ T spread(T value, T nm1) {
 template <class T>
 void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line) {
     const std::size_t count = pts.size();
-    if (count < 2) {
-        setNaNLine(line);
-        return;
-    }
-    if (count == 2) {
-        line = Cline2<T>(pts[0], pts[1]);
-        return;
-    }
+    if (fewPoints<2>(pts, line)) return;
 
     // Pass 1: centroid (sums in T).
     const auto c = blockedSums<T, 2>(pts, [](auto* a, auto x, auto y) {
@@ -138,16 +110,7 @@ template <class T>
 void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line,
                                  CqLineGeom2DStdAbw<T>& rec) {
     const std::size_t count = pts.size();
-    if (count < 2) {
-        setNaNLine(line);
-        setNaN(rec);
-        return;
-    }
-    if (count == 2) {
-        line = Cline2<T>(pts[0], pts[1]);
-        setNaN(rec);
-        return;
-    }
+    if (fewPoints<2>(pts, line, &rec)) return;
 
     const auto r = blockedSums<T, 5>(pts, [](auto* a, auto x, auto y) {
         a[0] += x;
@@ -200,14 +163,7 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& 
 template <class T>
 void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line) {
     const std::size_t count = pts.size();
-    if (count < 2) {
-        setNaNLine(line);
-        return;
-    }
-    if (count == 2) {
-        line = Cline3<T>(pts[0], pts[1]);
-        return;
-    }
+    if (fewPoints<2>(pts, line)) return;
 
     // Pass 1: centroid, sums in T.
     const auto sc = blockedSums<T, 3>(pts, [](auto* a, auto x, auto y, auto z) {
@@ -256,16 +212,7 @@ template <class T>
 void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line,
                                  CqLineGeom3DStdAbw<T>& rec) {
     const std::size_t count = pts.size();
-    if (count < 2) {
-        setNaNLine(line);
-        setNaN(rec);
-        return;
-    }
-    if (count == 2) {
-        line = Cline3<T>(pts[0], pts[1]);
-        setNaN(rec);
-        return;
-    }
+    if (fewPoints<2>(pts, line, &rec)) return;
 
     const auto s = rawSums3<double>(pts);
     const double n = static_cast<double>(count);
@@ -305,16 +252,7 @@ namespace {
 template <class T>
 void planeGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane, CqPlaneGeomStdAbw<T>* rec) {
     const std::size_t count = pts.size();
-    if (count < 3) {
-        setNaNPlane(plane);
-        if (rec) setNaN(*rec);
-        return;
-    }
-    if (count == 3) {
-        plane = Cplane3<T>(pts[0], pts[1], pts[2]);
-        if (rec) setNaN(*rec);
-        return;
-    }
+    if (fewPoints<3>(pts, plane, rec)) return;
 
     const auto s = rawSums3<T>(pts);
     const T f = T(1) / static_cast<T>(count);
@@ -362,14 +300,7 @@ template <class T>
 void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane,
                                       CqPlaneGeomFast<T> const& prm) {
     const std::size_t count = pts.size();
-    if (count < 3) {
-        setNaNPlane(plane);
-        return;
-    }
-    if (count == 3) {
-        plane = Cplane3<T>(pts[0], pts[1], pts[2]);
-        return;
-    }
+    if (fewPoints<3>(pts, plane)) return;
 
     const auto s = rawSums3<T>(pts);
     const T f = T(1) / static_cast<T>(count);

@@ -22,6 +22,7 @@
 #ifndef MATH_APPROXIMATE_SUMS_H
 #define MATH_APPROXIMATE_SUMS_H
 
+#include <math/approximate.h>
 #include <math/point.h>
 #include <math/primitives2.h>
 #include <math/primitives3.h>
@@ -47,6 +48,70 @@ template <class T>
 void setNaNLine(Cline3<T>& line) {
     const T nan = quietNaN<T>();
     line = Cline3<T>(Cpoint3<T>(nan, nan, nan), Cdirec3<T>(nan, nan, nan, true));
+}
+
+// The invalid plane: a, b, c and d NaN.
+template <class T>
+void setNaNPlane(Cplane3<T>& plane) {
+    const T nan = quietNaN<T>();
+    plane.set(nan, nan, nan, nan);
+}
+
+// The shape through exactly as many points as determine it.
+template <class T>
+void setThrough(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line) {
+    line = Cline2<T>(pts[0], pts[1]);
+}
+template <class T>
+void setThrough(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line) {
+    line = Cline3<T>(pts[0], pts[1]);
+}
+template <class T>
+void setThrough(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane) {
+    plane = Cplane3<T>(pts[0], pts[1], pts[2]);
+}
+template <class T>
+void setNaNShape(Cline2<T>& line) {
+    setNaNLine(line);
+}
+template <class T>
+void setNaNShape(Cline3<T>& line) {
+    setNaNLine(line);
+}
+template <class T>
+void setNaNShape(Cplane3<T>& plane) {
+    setNaNPlane(plane);
+}
+
+// The invalid records: every field NaN.
+template <class T>
+void setNaN(CqLineGeom2DStdAbw<T>& rec) {
+    rec.stdAbwOrth = rec.stdAbwAlong = quietNaN<T>();
+}
+template <class T>
+void setNaN(CqLineGeom3DStdAbw<T>& rec) {
+    rec.stdAbwMain = rec.stdAbwSecond = rec.stdAbwThird = quietNaN<T>();
+}
+template <class T>
+void setNaN(CqPlaneGeomStdAbw<T>& rec) {
+    rec.stdAbwNormal = rec.stdAbwSecond = rec.stdAbwMain = quietNaN<T>();
+}
+struct NoRecord {};
+inline void setNaN(NoRecord&) {}
+
+// The opening of the fits of a shape that K points determine (a line 2, a
+// plane 3): fewer than K points give the invalid shape, exactly K the shape
+// through them, and either way the record (if rec is not null) is invalid
+// and the fit is done: true.  More points: false, nothing written.
+template <std::size_t K, class P, class Shape, class Rec = NoRecord>
+bool fewPoints(std::vector<P> const& pts, Shape& shape, Rec* rec = nullptr) {
+    if (pts.size() > K) return false;
+    if (pts.size() < K)
+        setNaNShape(shape);
+    else
+        setThrough(pts, shape);
+    if (rec) setNaN(*rec);
+    return true;
 }
 
 constexpr std::size_t kSumBlock = 1024;

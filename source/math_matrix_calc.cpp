@@ -46,6 +46,18 @@ void checkRotShape(Cmatrix<T> const& R) {
     if (m != n || (m != 3 && m != 4)) throw CthrowMath(shiftedDimsId(m, n), "");
 }
 
+// Runs body; an exception of the library leaving it gets the location (file,
+// line) attached and is rethrown as the same object.
+template <class F>
+void atLocation(char const* file, int line, F const& body) {
+    try {
+        body();
+    } catch (CthrowBase& e) {
+        e.setExInfo(file, line);
+        throw;
+    }
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -124,12 +136,12 @@ void CmatrixCalc<T>::ArcToRotZXZ(T const& a1, T const& a2, T const& a3, Cmatrix<
 // ---------------------------------------------------------------------------
 // Rotation matrices to angles
 // ---------------------------------------------------------------------------
-// Each function names its location on the way out: it catches the exception,
-// attaches rotToArcFile and its line constant, and rethrows the same object.
+// Each function names its location on the way out (atLocation): an exception
+// gets rotToArcFile and the function's line constant attached and is rethrown.
 
 template <class T>
 void CmatrixCalc<T>::RotToArcCAP(Cmatrix<T> const& R, T& a1, T& a2, T& a3) {
-    try {
+    atLocation(rotToArcFile, lineRotToArcCAP, [&] {
         checkRotShape(R);
         const T r00 = R(0, 0), r01 = R(0, 1), r02 = R(0, 2);
         const T r10 = R(1, 0), r11 = R(1, 1), r12 = R(1, 2);
@@ -140,15 +152,12 @@ void CmatrixCalc<T>::RotToArcCAP(Cmatrix<T> const& R, T& a1, T& a2, T& a3) {
         a1 = std::atan2(r12 * c3 + r02 * s3, r01 * s3 + r11 * c3);
         a2 = b2;
         a3 = b3;
-    } catch (CthrowBase& e) {
-        e.setExInfo(rotToArcFile, lineRotToArcCAP);
-        throw;
-    }
+    });
 }
 
 template <class T>
 void CmatrixCalc<T>::RotToArcCAP_transp(Cmatrix<T> const& R, T& a1, T& a2, T& a3) {
-    try {
+    atLocation(rotToArcFile, lineRotToArcCAP_transp, [&] {
         checkRotShape(R);
         const T r00 = R(0, 0), r01 = R(0, 1), r02 = R(0, 2);
         const T r10 = R(1, 0), r11 = R(1, 1);
@@ -159,15 +168,12 @@ void CmatrixCalc<T>::RotToArcCAP_transp(Cmatrix<T> const& R, T& a1, T& a2, T& a3
         a1 = std::atan2(r21 * c3 + r20 * s3, r10 * s3 + r11 * c3);
         a2 = b2;
         a3 = b3;
-    } catch (CthrowBase& e) {
-        e.setExInfo(rotToArcFile, lineRotToArcCAP_transp);
-        throw;
-    }
+    });
 }
 
 template <class T>
 void CmatrixCalc<T>::RotToArcXYZ(Cmatrix<T> const& R, T& a1, T& a2, T& a3) {
-    try {
+    atLocation(rotToArcFile, lineRotToArcXYZ, [&] {
         checkRotShape(R);
         const T r00 = R(0, 0), r01 = R(0, 1), r02 = R(0, 2);
         const T r10 = R(1, 0), r11 = R(1, 1);
@@ -179,15 +185,12 @@ void CmatrixCalc<T>::RotToArcXYZ(Cmatrix<T> const& R, T& a1, T& a2, T& a3) {
         a1 = std::atan2(r20 * c3 + r21 * s3, r10 * s3 + r11 * c3);
         a2 = b2;
         a3 = b3;
-    } catch (CthrowBase& e) {
-        e.setExInfo(rotToArcFile, lineRotToArcXYZ);
-        throw;
-    }
+    });
 }
 
 template <class T>
 void CmatrixCalc<T>::RotToArcZXZ(Cmatrix<T> const& R, T& a1, T& a2, T& a3) {
-    try {
+    atLocation(rotToArcFile, lineRotToArcZXZ, [&] {
         checkRotShape(R);
         const T r00 = R(0, 0), r01 = R(0, 1);
         const T r11 = R(1, 1);
@@ -199,10 +202,7 @@ void CmatrixCalc<T>::RotToArcZXZ(Cmatrix<T> const& R, T& a1, T& a2, T& a3) {
         a1 = std::atan2(r11 * c3 - r11 * s3, r00 * c3 - r01 * s3);
         a2 = b2;
         a3 = b3;
-    } catch (CthrowBase& e) {
-        e.setExInfo(rotToArcFile, lineRotToArcZXZ);
-        throw;
-    }
+    });
 }
 
 // ---------------------------------------------------------------------------

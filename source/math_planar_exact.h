@@ -1,4 +1,5 @@
-// Private helper of the planar sources: the exact orientation of three points.
+// Private helper of the planar sources: the exact orientation of three points
+// (and, beside it, the rounded cross product cross3).
 //
 // orient(a, b, c) = sign of (b.x - a.x)(c.y - a.y) - (c.x - a.x)(b.y - a.y),
 // twice the signed area of the triangle a, b, c (1: left turn, -1: right turn,
@@ -87,6 +88,12 @@ inline int orient(double ax, double ay, double bx, double by, double cx, double 
     if (det == 0.0 && bound == 0.0) return 0;  // both products exactly 0
     if (!(det == det)) return 0;               // NaN
     return orientExact(ax, ay, bx, by, cx, cy);
+}
+
+// The rounded counterpart: (b - a) x (c - a) in the coordinates' own type.
+template <class P>
+inline auto cross3(P const& a, P const& b, P const& c) -> decltype(a.x) {
+    return (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
 }
 
 template <class P>

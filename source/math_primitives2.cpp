@@ -1,10 +1,11 @@
 // Planar lines, circles, rectangles and bounding boxes.
-#include <math/geometric.h>
 #include <math/primitives2.h>
 
 #include <cmath>
 #include <limits>
 #include <type_traits>
+
+#include "math_primitive_ops.h"
 
 namespace math {
 
@@ -130,7 +131,7 @@ Ccircle2<T>::Ccircle2(Cpoint2<T> const& p1, Cpoint2<T> const& p2, Cpoint2<T> con
     const Cline2<T> b1(p1 + u, Cdirec2<T>(u.y, -u.x));
     const Cline2<T> b2(p1 + v, Cdirec2<T>(v.y, -v.x));
     // Parallel bisectors leave the centre untouched (x stays NaN).
-    geometric<T>::intersect(b1, b2, m_center);
+    ops::intersectLines(b1, b2, m_center);
     m_radius = static_cast<T>(std::sqrt((p1.x - m_center.x) * (p1.x - m_center.x) +
                                         (p1.y - m_center.y) * (p1.y - m_center.y)));
 }

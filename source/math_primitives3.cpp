@@ -1,9 +1,11 @@
-#include <math/geometric.h>
+// The plane through three points and its local frame, and the circle in space
+// through three points.
 #include <math/primitives3.h>
-#include <math/transform3.h>
 
 #include <cmath>
 #include <cstdio>
+
+#include "math_primitive_ops.h"
 
 namespace math {
 
@@ -79,12 +81,13 @@ Ccircle3<T>::Ccircle3(Cplane3<T> const& e, Cpoint3<T> const& p1, Cpoint3<T> cons
     Cdirec3<T> axis(Cpoint3<T>(n.y, -n.x, T(0)));
     if (!axis.isValid()) axis = Cdirec3<T>(T(1), T(0), T(0), true);
     const T cz = n.z > T(1) ? T(1) : (n.z < T(-1) ? T(-1) : n.z);  // rounding may leave |n.z| > 1
-    const CtransPrm3<T> rot(Cquaternion<T>(axis, std::acos(cz)));
+    T R[3][3];
+    ops::rotationMatrix(axis, std::acos(cz), R);
+    const Cpoint3<T> none;  // the rotation is applied with scale 1 and no translation
 
-    Cpoint3<T> q1, q2, q3;
-    rot.transform(p1, q1);
-    rot.transform(p2, q2);
-    rot.transform(p3, q3);
+    const Cpoint3<T> q1 = ops::transformPoint(R, T(1), none, p1);
+    const Cpoint3<T> q2 = ops::transformPoint(R, T(1), none, p2);
+    const Cpoint3<T> q3 = ops::transformPoint(R, T(1), none, p3);
 
     // Circle through (x_i, y_i) in closed form.
     const T x1 = q1.x, y1 = q1.y, x2 = q2.x, y2 = q2.y, x3 = q3.x, y3 = q3.y;
@@ -96,8 +99,8 @@ Ccircle3<T>::Ccircle3(Cplane3<T> const& e, Cpoint3<T> const& p1, Cpoint3<T> cons
     // Back into the world frame (at the mean height of the rotated points)
     // and onto the plane.
     const Cpoint3<T> c(cx, cy, (q1.z + q2.z + q3.z) / T(3));
-    rot.retransform(c, m_center);
-    geometric<T>::project(e, m_center);
+    m_center = ops::retransformPoint(R, T(1), none, c);
+    ops::projectOntoPlane(e, m_center);
 
     m_radius = std::sqrt((x1 - cx) * (x1 - cx) + (y1 - cy) * (y1 - cy));
 }

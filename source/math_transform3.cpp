@@ -1,9 +1,11 @@
+// Spatial rotations and similarity transformations: Cquaternion<T> and
+// CtransPrm3<T>.
 #include <math/errors.h>
 #include <math/transform3.h>
 
-#include <string>
-
 #include <cmath>
+
+#include "math_primitive_ops.h"
 
 namespace math {
 
@@ -13,12 +15,7 @@ namespace math {
 
 template <class T>
 Cquaternion<T>::Cquaternion(Cdirec3<T> const& axis, T angle) {
-    const T h = angle * T(0.5);
-    const T s = std::sin(h);
-    w = std::cos(h);
-    x = s * axis.x;
-    y = s * axis.y;
-    z = s * axis.z;
+    ops::axisAngleQuaternion(axis, angle, w, x, y, z);
 }
 
 namespace {
@@ -70,15 +67,7 @@ T Cquaternion<T>::norm() const {
 
 template <class T>
 Cquaternion<T>& Cquaternion<T>::normalize() {
-    const T n = norm();
-    if (n > T(0) && n == n) {
-        w /= n;
-        x /= n;
-        y /= n;
-        z /= n;
-    } else {
-        invalidate();
-    }
+    if (!ops::normalizeQuaternion(w, x, y, z)) invalidate();
     return *this;
 }
 
@@ -99,22 +88,7 @@ Cpoint3<T> Cquaternion<T>::rotate(Cpoint3<T> const& p) const {
 
 template <class T>
 void Cquaternion<T>::getRotMatrix(T (&R)[3][3]) const {
-    R[0][0] = T(1) - T(2) * (z * z + y * y);
-    R[0][1] = T(2) * (y * x - w * z);
-    R[0][2] = T(2) * (w * y + z * x);
-    R[1][0] = T(2) * (w * z + y * x);
-    R[1][1] = T(1) - T(2) * (z * z + x * x);
-    R[1][2] = T(2) * (z * y - w * x);
-    R[2][0] = T(2) * (z * x - w * y);
-    R[2][1] = T(2) * (z * y + w * x);
-    R[2][2] = T(1) - T(2) * (y * y + x * x);
-    for (unsigned i = 0; i < 3; ++i)
-        for (unsigned j = 0; j < 3; ++j) {
-            if (R[i][j] >= T(1))
-                R[i][j] = T(1);
-            else if (R[i][j] <= T(-1))
-                R[i][j] = T(-1);
-        }
+    ops::quaternionMatrix(w, x, y, z, R);
 }
 
 template <class T>
@@ -163,10 +137,7 @@ void CtransPrm3<T>::setRotation(Cquaternion<T> const& rot) {
 
 template <class T>
 void CtransPrm3<T>::transform(Cpoint3<T> const& p, Cpoint3<T>& q) const {
-    const T px = p.x, py = p.y, pz = p.z;  // p and q may be the same point
-    q.x = m_scale * (m_R[0][0] * px + m_R[0][1] * py + m_R[0][2] * pz) + m_trans.x;
-    q.y = m_scale * (m_R[1][0] * px + m_R[1][1] * py + m_R[1][2] * pz) + m_trans.y;
-    q.z = m_scale * (m_R[2][0] * px + m_R[2][1] * py + m_R[2][2] * pz) + m_trans.z;
+    q = ops::transformPoint(m_R, m_scale, m_trans, p);  // p and q may be the same point
 }
 
 template <class T>
@@ -192,10 +163,7 @@ void CtransPrm3<T>::transform(std::vector<Cpoint3<T>> const& in, std::vector<Cpo
 
 template <class T>
 void CtransPrm3<T>::retransform(Cpoint3<T> const& p, Cpoint3<T>& q) const {
-    const T dx = p.x - m_trans.x, dy = p.y - m_trans.y, dz = p.z - m_trans.z;
-    q.x = (m_R[0][0] * dx + m_R[1][0] * dy + m_R[2][0] * dz) / m_scale;
-    q.y = (m_R[0][1] * dx + m_R[1][1] * dy + m_R[2][1] * dz) / m_scale;
-    q.z = (m_R[0][2] * dx + m_R[1][2] * dy + m_R[2][2] * dz) / m_scale;
+    q = ops::retransformPoint(m_R, m_scale, m_trans, p);
 }
 
 template <class T>

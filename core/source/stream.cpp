@@ -1,10 +1,7 @@
 #include <core/stream.h>
 
 #include <cctype>
-#include <cfloat>
 #include <charconv>
-#include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <locale.h>

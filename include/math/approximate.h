@@ -21,13 +21,12 @@
 //  - Signs of eigenvectors, and so of fitted line directions and plane
 //    normals, are whatever the eigen decomposition produces.
 //
-// Accuracy figures quoted below were measured with the test data of
-// tests/approximate_lsq_test.cpp and tests/approximate_geom_test.cpp
-// (Gaussian noise, fixed seeds); "1 um noise" means a standard deviation of
-// 0.001 in millimetre coordinates.  Sums over points are accumulated in blocks
-// of 1024 points (each block summed in the stated precision, then added to the
-// total), which keeps the rounding of 10^6-point sums close to that of
-// 10^3-point sums.
+// Each fit states below in which precision it sums and where it loses
+// accuracy; the figures measured on noisy data (10^6 points, 1000 mm from the
+// origin, float and double) are in docs/accuracy.md with the tests that
+// measure them.  Sums over points are accumulated in blocks of 1024 points
+// (each block summed in the stated precision, then added to the total), which
+// keeps the rounding of 10^6-point sums close to that of 10^3-point sums.
 #ifndef MATH_APPROXIMATE_H
 #define MATH_APPROXIMATE_H
 
@@ -111,13 +110,11 @@ struct CqPlaneGeomStdAbw {
 //
 // Defaults: maxIter = 200 and eps = the smallest normal number of T.  With
 // that eps the iteration ends as soon as L repeats exactly in double
-// arithmetic: after 5 to 15 iterations for patches whose two in-plane extents
-// are similar, after 150 to 200 when one is a tenth of the other.  200
-// iterations cost about 30000 floating-point operations.  Since L is
-// stationary to second order in the angle error, the normal is then converged
-// to about 1e-8 rad (similar extents) or 1e-7 to 1e-6 rad (10:1 patches); for
-// full double convergence pass eps = 0 and a larger maxIter (eps = 0 always
-// runs maxIter + 2 iterations).  For clouds whose inertia tensor has its
+// arithmetic.  L is stationary to second order in the angle error, so the
+// normal is then less converged than L, the less so the more elongated the
+// patch (iteration counts and angles in docs/accuracy.md); for full double
+// convergence pass eps = 0 and a larger maxIter (eps = 0 always runs
+// maxIter + 2 iterations).  For clouds whose inertia tensor has its
 // largest eigenvalue below about 1e-4 (L below eps from the start) the
 // iteration stops after two rounds: scale such data or pass eps = 0.
 template <class T>
@@ -280,14 +277,12 @@ public:
     // origin lose accuracy in proportion.  Translate the points first when the
     // line may pass near the origin, or use fitLineGeom.
     //
-    // Accuracy: a line 1000 mm from the origin, 10^6 points over 100 mm with
-    // 1 um noise: direction within 2e-8 rad and position within 1e-6 mm of the
-    // truth (the statistical limit), for float input as for double.  The
-    // returned mean square is a difference of terms (distance / noise)^2 =
-    // 1e12 times larger than itself: there it is good to a few percent (5 %
-    // measured); lines nearer the origin or with more noise fare better.  The
-    // fit minimises algebraic, not orthogonal, distances; the line differs
-    // from the orthogonal fit by a fraction of the noise.
+    // Accuracy: the moment sums are in double for float input as well, and the
+    // line reaches the statistical limit also far from the origin.  The
+    // returned mean square is a difference of terms (distance / noise)^2
+    // times larger than itself and loses relative accuracy in proportion.
+    // The fit minimises algebraic, not orthogonal, distances; the line
+    // differs from the orthogonal fit by a fraction of the noise.
     static double fitLineLsq(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line);
     // The same fit; the mean squared distance goes into rec.meanSqDist.
     static void fitLineLsqN(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line,
@@ -305,13 +300,10 @@ public:
     //     infinite or NaN.  No check is made.
     //
     // Accuracy: this is the Kasa fit; it minimises algebraic, not orthogonal
-    // distances.  A full circle of radius 10 mm at (1000, 2000) mm, 1000 points,
-    // 1 um noise: centre and radius within 0.2 um (double) and 1 um (float,
-    // whose input is quantised to 0.1 um there).  A 30 degree arc of the same
-    // circle, 200 points, 1 um noise: centre and radius within 12 um in double
-    // and in float, the same scatter as an orthogonal fit of those points (a
-    // short arc fixes the centre poorly along its mid-normal); the algebraic
-    // bias, about sigma^2 / r, is negligible at such noise.
+    // distances, with a bias of about sigma^2 / r (sigma the noise).  The
+    // centring and the double sums keep circles far from the origin harmless
+    // for float and double; a short arc fixes the centre poorly along its
+    // mid-normal, as it does for an orthogonal fit.
     static void fitCircleLsq(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle);
     // As above, then rec.stdAbw = StdAbwCircle2(pts, circle) (NaN for n <= 3).
     static void fitCircleLsq(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle,
@@ -343,11 +335,8 @@ public:
     //     fails there as the line model fails for lines through the origin.
     //
     // Accuracy: the uncentred system loses digits with the distance of the
-    // sphere from the origin.  Exact points of a sphere of radius 10 in double:
-    // centre and radius to 1e-12 at 45 from the origin, to 4e-8 at 1000.  With
-    // 1 um noise and 10^4 points near the origin: within 0.1 um.  In float the
-    // 4x4 system is solved in single precision: 5e-6 with the origin inside the
-    // sphere, 2e-4 at 45 from the origin; move the points near the origin
+    // sphere from the origin; in float the 4x4 system is solved in single
+    // precision and loses them much sooner.  Move the points near the origin
     // first.
     static void fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere);
     // As above, then rec.stdAbw = StdAbwSphere(pts, sphere).
@@ -415,12 +404,10 @@ public:
     // 4 Sxy^2)) / 2 the direction (t, Sxy) normalised, or (0, 1) when
     // Sxy^2 + t^2 < 1e-8 (the same absolute constant for float and double).
     //
-    // Accuracy: the centring keeps points far from the origin harmless.  10^6
-    // points of a 100 mm line 1000 mm from the origin with 1 um noise: direction
-    // within 3e-8 rad, position within 4e-7 mm in double; in float (sums in
-    // float) direction within 6e-8 rad, centroid within 0.3 um.  The absolute
-    // 1e-8 test means that sets of tiny extent (coordinates within about 1e-4
-    // of each other) get direction (0, 1).
+    // Accuracy: the centring keeps points far from the origin harmless, in
+    // float (sums in float) as in double.  The absolute 1e-8 test means that
+    // sets of tiny extent (coordinates within about 1e-4 of each other) get
+    // direction (0, 1).
     static void fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line);
 
     // Planar line with spreads.  Point = centroid; the scatter matrix
@@ -437,10 +424,9 @@ public:
     // exactly collinear data also gives stdAbwOrth = NaN.
     //
     // Accuracy: raw sums in T cancel for points far from the origin.  In double
-    // the line of the example above is found as by the closed form (3e-8 rad)
-    // and stdAbwOrth = 1 um to 1 %.  In float, points 1000 mm out lose the
-    // small eigenvalue (stdAbwOrth may be NaN) and the direction keeps about
-    // 1e-3 rad; centre float data near the origin first.
+    // the line is found as by the closed form.  In float, points far out lose
+    // the small eigenvalue (stdAbwOrth may be NaN) and most of the direction's
+    // digits; centre float data near the origin first.
     static void fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line,
                             CqLineGeom2DStdAbw<T>& rec);
 
@@ -451,10 +437,9 @@ public:
     // smallest eigenvalue), normalised.  Coincident points give an arbitrary
     // direction (whatever the decomposition returns for a zero tensor).
     //
-    // Accuracy: 10^6 points along 100 mm, 1000 mm from the origin, 1 um noise
-    // per coordinate: direction within 5e-8 rad and position within 1.5e-6 mm
-    // in double.  In float the centroid is summed in float: position within
-    // 0.5 um, direction within 2e-7 rad (the moments are centred and in double).
+    // Accuracy: the moments are centred and in double, so the direction keeps
+    // its accuracy far from the origin for float input as well; in float the
+    // position is limited by the centroid summed in float.
     static void fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line);
 
     // Spatial line with spreads.  Point = centroid; scatter matrix from raw
@@ -463,9 +448,8 @@ public:
     // sqrt(|lambda_k| / (n - 1)) for k = 1, 2, 3 (largest first).  Gives the
     // same line as the form without record.
     //
-    // Accuracy: raw sums in double: for the example above the direction is
-    // within 5e-8 rad, the position within 1.5e-6 mm and the two small spreads
-    // (1 um) within 1 %; float input gives 3e-7 rad and 2e-5 mm.
+    // Accuracy: raw sums in double: in double as good as the form without
+    // record, spreads included; float input loses somewhat more.
     static void fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line,
                             CqLineGeom3DStdAbw<T>& rec);
 
@@ -479,12 +463,9 @@ public:
     // fine).  Collinear points give an arbitrary normal perpendicular to the
     // line.
     //
-    // Accuracy: raw sums in T cancel when the cloud lies far from the origin.
-    // Planes with normals near each axis, about 1500 mm from the origin,
-    // 100 x 100 mm, 10^5 points, 1 um noise: normal within 3e-7 rad, plane
-    // position within 6e-6 mm, stdAbwNormal within 2 % (double).  The same
-    // clouds in float: normal off by up to 7e-4 rad; moved to the origin first,
-    // within 3e-7 rad.
+    // Accuracy: raw sums in T cancel when the cloud lies far from the origin:
+    // harmless in double, costly in float; move float clouds to the origin
+    // first.
     static void fitPlaneGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane);
     static void fitPlaneGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane,
                              CqPlaneGeomStdAbw<T>& rec);

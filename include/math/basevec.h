@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <initializer_list>
 #include <new>
-#include <type_traits>
 #include <utility>
 
 namespace math {

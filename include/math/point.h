@@ -38,6 +38,14 @@ constexpr T quietNaN() {
     return std::numeric_limits<T>::has_quiet_NaN ? std::numeric_limits<T>::quiet_NaN() : T(0);
 }
 
+namespace detail {
+// True for NaN only.
+template <class T>
+inline bool isNaN(T v) {
+    return !(v == v);
+}
+}  // namespace detail
+
 // Relative comparison: a equals b when a < b + (|b| + 1)*t and b < a + (|a| + 1)*t,
 // both strict, so NaN never compares equal.  Used by directions, rectangles and
 // polygons with t = tol::relative<T>().

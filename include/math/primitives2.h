@@ -1,5 +1,6 @@
 // Planar value types: the infinite line Cline2<T>, the circle Ccircle2<T>, the
-// axis-parallel rectangle Crect2<T> and the bounding box CboundingBox2<T>.
+// axis-parallel rectangle Crect2<T>, the bounding box CboundingBox2<T> and the
+// header-only ellipse Cellipse2<T>.
 //
 // Cline2 and Ccircle2 exist for float and double, CboundingBox2 for int, float
 // and double, Crect2 for int, long, float and double.  None of them throws:
@@ -13,8 +14,8 @@
 #include <math/export.h>
 #include <math/point.h>
 
+#include <cmath>
 #include <list>
-#include <type_traits>
 #include <vector>
 
 namespace math {
@@ -235,6 +236,45 @@ private:
 
     Cpoint2<T> m_min;
     Cpoint2<T> m_max;
+};
+
+// A planar ellipse: centre, semi-axes a (along the rotated x axis) and b
+// (along the rotated y axis), and the rotation angle (radians, counter-
+// clockwise from the x axis to the a axis).  Invalid when any value is NaN;
+// a default ellipse is invalid.
+template <class T>
+class Cellipse2 {
+public:
+    Cellipse2() : m_center(), m_a(quietNaN<T>()), m_b(quietNaN<T>()), m_angle(T(0)) {}
+    Cellipse2(Cpoint2<T> const& c, T a, T b, T angle) : m_center(c), m_a(a), m_b(b), m_angle(angle) {}
+
+    Cpoint2<T> const& center() const { return m_center; }
+    Cpoint2<T>& center() { return m_center; }
+    T a() const { return m_a; }
+    T& a() { return m_a; }
+    T b() const { return m_b; }
+    T& b() { return m_b; }
+    T angle() const { return m_angle; }
+    T& angle() { return m_angle; }
+
+    // The point at parameter t: centre + R(angle)*(a*cos t, b*sin t).
+    Cpoint2<T> pointAt(T t) const {
+        const T ca = std::cos(m_angle), sa = std::sin(m_angle);
+        const T u = m_a * std::cos(t), v = m_b * std::sin(t);
+        return Cpoint2<T>(m_center.x + ca * u - sa * v, m_center.y + sa * u + ca * v);
+    }
+
+    bool isValid() const {
+        return !(detail::isNaN(m_center.x) || detail::isNaN(m_center.y) || detail::isNaN(m_a) ||
+                 detail::isNaN(m_b) || detail::isNaN(m_angle));
+    }
+    void invalidate() { m_a = quietNaN<T>(); }
+
+private:
+    Cpoint2<T> m_center;
+    T m_a;
+    T m_b;
+    T m_angle;
 };
 
 extern template class Cline2<float>;

@@ -3,39 +3,13 @@
 # then does the same through pkg-config when pkg-config is installed.
 #
 # cmake -DBUILD_DIR=<metromath build> -DWORK_DIR=<scratch> -DCONSUMER_DIR=<this folder>
-#       -DBUILD_TYPE=<type> -DCXX=<compiler> [-DSANITIZE=ON] -P run.cmake
-foreach(v BUILD_DIR WORK_DIR CONSUMER_DIR CXX)
-  if(NOT DEFINED ${v})
-    message(FATAL_ERROR "run.cmake: ${v} is not set")
-  endif()
-endforeach()
-
+#       -DBUILD_TYPE=<type> -DCXX=<compiler> [-DSANITIZE=ON] -P install.cmake
+set(required_vars BUILD_DIR)
+include(${CMAKE_CURRENT_LIST_DIR}/common.cmake)
 set(prefix ${WORK_DIR}/prefix)
 set(build ${WORK_DIR}/build)
-file(REMOVE_RECURSE ${WORK_DIR})
-file(MAKE_DIRECTORY ${WORK_DIR})
-
-function(run_step what)
-  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
-  if(NOT rc EQUAL 0)
-    message(FATAL_ERROR "${what} failed (${rc}):\n${out}\n${err}")
-  endif()
-  set(step_output "${out}" PARENT_SCOPE)
-endfunction()
-
-set(expected "product 2 4 4 10\ntext 16\nlength 5\ncaught CthrowMath::ERR_MATRIX_DIMS 2\n")
-
-# The sanitized library needs its runtime in every program that loads it.
-set(san_flags "")
-if(SANITIZE)
-  set(san_flags "-fsanitize=address,undefined -fno-omit-frame-pointer")
-endif()
 
 # 1. install
-set(cfg "")
-if(BUILD_TYPE)
-  set(cfg --config ${BUILD_TYPE})
-endif()
 run_step("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix} ${cfg})
 foreach(f include/math/all.h include/math/matrix_io.h include/math/export.h include/core/stream.h
           include/core/core_export.h)
@@ -59,11 +33,7 @@ if(NOT app)
 endif()
 file(GLOB libdirs LIST_DIRECTORIES true ${prefix}/lib*)
 string(REPLACE ";" ":" libpath "${libdirs}")
-run_step("consumer run" ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libpath} ${app})
-if(NOT step_output STREQUAL expected)
-  message(FATAL_ERROR "consumer printed\n${step_output}\nexpected\n${expected}")
-endif()
-message(STATUS "find_package consumer: ok")
+run_consumer("find_package consumer" ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libpath} ${app})
 
 # 2b. the installed Python package, found through PYTHONPATH alone
 if(PYTHON)
@@ -114,8 +84,4 @@ endif()
 separate_arguments(pc_list UNIX_COMMAND "${pc_flags}")
 separate_arguments(san_list UNIX_COMMAND "${san_flags}")
 run_step("pkg-config build" ${CXX} ${san_list} ${CONSUMER_DIR}/main.cpp -o ${WORK_DIR}/app_pc ${pc_list})
-run_step("pkg-config run" ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libpath} ${WORK_DIR}/app_pc)
-if(NOT step_output STREQUAL expected)
-  message(FATAL_ERROR "pkg-config consumer printed\n${step_output}\nexpected\n${expected}")
-endif()
-message(STATUS "pkg-config consumer: ok")
+run_consumer("pkg-config consumer" ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libpath} ${WORK_DIR}/app_pc)
