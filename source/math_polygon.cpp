@@ -196,6 +196,9 @@ bool Cpolygon2<T>::operator==(Cpolygon2 const& o) const {
 template <class T>
 void Cpolygon2<T>::preprocess() {
     m_type = TYPE_INVALID;
+    m_slabY.clear();
+    m_slabStart.clear();
+    m_slabEdges.clear();
     if (m_points.size() < 3) return;
     if (isDegenerated()) {
         m_type = TYPE_DEGENERATED;
@@ -204,6 +207,7 @@ void Cpolygon2<T>::preprocess() {
     optimize(true);
     if (!isSimple()) {
         m_type = TYPE_COMPLEX;
+        buildSlabs();
         return;
     }
     if (testRect()) {
@@ -212,6 +216,7 @@ void Cpolygon2<T>::preprocess() {
     }
     if (!isConvex()) {
         m_type = TYPE_CONCAVE;
+        buildSlabs();
         return;
     }
     m_type = TYPE_CONVEX;
@@ -358,9 +363,10 @@ bool Cpolygon2<T>::pointIsIn(Cpoint2<T> const& p) const {
     if (m_points.size() < 3) return false;
     switch (m_type) {
         case TYPE_UNKNOWN:
+            return pointIsInWinding(p);
         case TYPE_CONCAVE:
         case TYPE_COMPLEX:
-            return pointIsInWinding(p);
+            return m_slabY.empty() ? pointIsInWinding(p) : pointIsInSlabs(p);
         case TYPE_RECT:
             return m_rect.pointIsIn(p);
         case TYPE_CONVEX:
