@@ -18,3 +18,6 @@ foreach(isa sse2 avx2)
   add_test(NAME matrix_kernel_${isa} COMMAND matrix_kernel_test)
   set_tests_properties(matrix_kernel_${isa} PROPERTIES ENVIRONMENT "METROMATH_MATRIX_ISA=${isa}")
 endforeach()
+# The Gauss-Jordan elimination also has a baseline and an AVX2 build.
+add_test(NAME gauss_jordan_sse2 COMMAND solver_test --gtest_filter=*GaussJordanBitIdentical*)
+set_tests_properties(gauss_jordan_sse2 PROPERTIES ENVIRONMENT "METROMATH_MATRIX_ISA=sse2")
