@@ -4,9 +4,12 @@
 //   metromath   this library
 //   opencv      cv::convexHull / cv::pointPolygonTest (when installed), one thread
 //   limit       one streaming pass that only sums the coordinates of the input
+//   monotone    the textbook monotone chain (sort by x, two chains, rounded
+//               cross products) on a copy of the same points
 // Cases:
-//   BM_convexHull<T>/1000000         CcvxHull2D<T> (Graham scan) of 10^6 random
-//                                    points in a square; OpenCV on the same points
+//   BM_convexHull<T>/1000000         CcvxHull2D<T> (interior filter, then Graham
+//                                    scan) of 10^6 random points in a disc;
+//                                    OpenCV and the monotone chain on the same points
 //   BM_convexPoly<float>/1000000     Cpolygon2<float>::convexPoly(pts, false)
 //                                    (monotone chain) on the same points
 //   BM_pointInConvex<float>/1000/1000000   10^6 queries on a regular 1000-gon
@@ -26,6 +29,7 @@
 #include <opencv2/imgproc.hpp>
 #endif
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <functional>
@@ -70,8 +74,11 @@ struct HullData {
         std::mt19937 rng(42);
         std::uniform_real_distribution<double> u(-1000, 1000);
         v.reserve(kPoints);
-        for (unsigned i = 0; i < kPoints; ++i) {
-            const T x = static_cast<T>(u(rng)), y = static_cast<T>(u(rng));
+        while (v.size() < kPoints) {
+            // Uniform in the disc of radius 1000.
+            const double a = u(rng), b = u(rng);
+            if (a * a + b * b > 1e6) continue;
+            const T x = static_cast<T>(a), y = static_cast<T>(b);
             v.emplace_back(x, y);
             p.emplace_back(x, y);
 #ifdef METROMATH_HAVE_OPENCV
@@ -112,6 +119,35 @@ void hullLimit(benchmark::State& st, std::shared_ptr<HullData<T>> d) {
     }
 }
 
+// The textbook monotone chain (Andrew): sort by (x, y), lower and upper
+// chains with a plain cross product; on a copy of the input, as ours.
+template <class T>
+void hullMonotone(benchmark::State& st, std::shared_ptr<HullData<T>> d) {
+    std::size_t corners = 0;
+    for (auto _ : st) {
+        std::vector<Cvector2<T>> p = d->v;
+        std::sort(p.begin(), p.end(), [](Cvector2<T> const& a, Cvector2<T> const& b) {
+            return a.x < b.x || (a.x == b.x && a.y < b.y);
+        });
+        std::vector<Cvector2<T>> h(2 * p.size());
+        const auto cross = [](Cvector2<T> const& o, Cvector2<T> const& a, Cvector2<T> const& b) {
+            return (double(a.x) - o.x) * (double(b.y) - o.y) - (double(a.y) - o.y) * (double(b.x) - o.x);
+        };
+        std::size_t k = 0;
+        for (std::size_t i = 0; i < p.size(); ++i) {
+            while (k >= 2 && cross(h[k - 2], h[k - 1], p[i]) <= 0) --k;
+            h[k++] = p[i];
+        }
+        for (std::size_t i = p.size() - 1, t = k + 1; i > 0; --i) {
+            while (k >= t && cross(h[k - 2], h[k - 1], p[i - 1]) <= 0) --k;
+            h[k++] = p[i - 1];
+        }
+        corners = k - 1;
+        benchmark::DoNotOptimize(h.data());
+    }
+    st.counters["corners"] = double(corners);
+}
+
 #ifdef METROMATH_HAVE_OPENCV
 template <class T>
 void hullCv(benchmark::State& st, std::shared_ptr<HullData<T>> d) {
@@ -130,6 +166,7 @@ void registerHull() {
     const std::string n = std::to_string(kPoints);
     reg("convexHull", typeName<T>(), n, "metromath", [d](benchmark::State& st) { hullOurs<T>(st, d); });
     reg("convexHull", typeName<T>(), n, "limit", [d](benchmark::State& st) { hullLimit<T>(st, d); });
+    reg("convexHull", typeName<T>(), n, "monotone", [d](benchmark::State& st) { hullMonotone<T>(st, d); });
 #ifdef METROMATH_HAVE_OPENCV
     // OpenCV's hull takes int and float points only.
     if constexpr (!std::is_same<T, double>::value)

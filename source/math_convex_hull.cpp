@@ -33,6 +33,55 @@ inline bool isFinite(Cvector2<T> const& p) {
     }
 }
 
+// Discards the points strictly inside the polygon of the extreme points in
+// the eight directions 0, 45, .., 315 degrees (Akl-Toussaint).  None of them can
+// be a hull corner or lie on a hull edge, so the hull of the rest is the same,
+// corner for corner.  A point strictly left of every edge of a closed polygon
+// of input points is enclosed by it (its angles all turn the same way), so it
+// lies strictly inside the hull even when rounding of x + y and x - y picked a
+// slightly non-extreme point: the test needs only exact orientations, which
+// hold for safe coordinates.  Keeps the order of the remaining points.
+template <class T>
+void discardInterior(std::vector<Cvector2<T>>& pts) {
+    using W = typename std::conditional<std::is_integral<T>::value, long long, double>::type;
+    const std::size_t n = pts.size();
+    // Indices of min y, max x-y, max x, max x+y, max y, min x-y, min x, min x+y:
+    // counter-clockwise by direction.
+    std::size_t e[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+    W minY = W(pts[0].y), maxX = W(pts[0].x), maxY = minY, minX = maxX;
+    W maxD = maxX - minY, minD = maxD, maxS = maxX + minY, minS = maxS;
+    for (std::size_t i = 1; i < n; ++i) {
+        const W x = W(pts[i].x), y = W(pts[i].y), d = x - y, s = x + y;
+        if (y < minY) { minY = y; e[0] = i; }
+        if (d > maxD) { maxD = d; e[1] = i; }
+        if (x > maxX) { maxX = x; e[2] = i; }
+        if (s > maxS) { maxS = s; e[3] = i; }
+        if (y > maxY) { maxY = y; e[4] = i; }
+        if (d < minD) { minD = d; e[5] = i; }
+        if (x < minX) { minX = x; e[6] = i; }
+        if (s < minS) { minS = s; e[7] = i; }
+    }
+    Cvector2<T> poly[8];
+    int m = 0;
+    for (int k = 0; k < 8; ++k) {
+        const Cvector2<T> v = pts[e[k]];
+        if (m == 0 || v != poly[m - 1]) poly[m++] = v;
+    }
+    while (m > 1 && poly[m - 1] == poly[0]) --m;
+    if (m < 3) return;
+    std::size_t k = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        const Cvector2<T> p = pts[i];
+        bool inside = true;
+        for (int j = 0; j < m && inside; ++j) inside = detail::orient(poly[j], poly[(j + 1) % m], p) > 0;
+        if (!inside) pts[k++] = p;
+    }
+    pts.resize(k);
+}
+
+// Below this many points the filter costs more than it saves.
+constexpr std::size_t kFilterMin = 64;
+
 }  // namespace
 
 template <class T>
@@ -63,12 +112,14 @@ void CcvxHull2D<T>::calc(std::vector<Cvector2<T>>& pts) {
         if (pts.size() < 3) return;
     }
 
+    bool safe = true;
+    for (Cvector2<T> const& p : pts) safe = safe && safeCoordinate(p.x) && safeCoordinate(p.y);
+    if (safe && pts.size() >= kFilterMin) discardInterior(pts);
+
     // Pivot: lowest y, then lowest x; the first on an exact tie.
     std::size_t piv = 0;
-    bool safe = true;
     for (std::size_t i = 0; i < pts.size(); ++i) {
         const Cvector2<T>& p = pts[i];
-        safe = safe && safeCoordinate(p.x) && safeCoordinate(p.y);
         if (p.y < pts[piv].y || (p.y == pts[piv].y && p.x < pts[piv].x)) piv = i;
     }
     std::swap(pts[0], pts[piv]);

@@ -158,7 +158,7 @@ void productBaseline(const T* A, const T* B, T* C, unsigned m, unsigned n, unsig
 #define METROMATH_X86_DISPATCH 1
 template <class T>
 __attribute__((target("avx2"))) void productAvx2(const T* A, const T* B, T* C, unsigned m, unsigned n, unsigned p) {
-    productKernel<T, 32 / sizeof(T), 4, 3>(A, B, C, m, n, p);
+    productKernel<T, 32 / sizeof(T), 6, 2>(A, B, C, m, n, p);
 }
 template <class T>
 __attribute__((target("avx512f"))) void productAvx512(const T* A, const T* B, T* C, unsigned m, unsigned n,

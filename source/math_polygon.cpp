@@ -162,6 +162,9 @@ bool Cpolygon2<T>::operator==(Cpolygon2 const& o) const {
 template <class T>
 void Cpolygon2<T>::preprocess() {
     m_type = TYPE_INVALID;
+    m_slabY.clear();
+    m_slabStart.clear();
+    m_slabEdges.clear();
     if (m_points.size() < 3) return;
     if (isDegenerated()) {
         m_type = TYPE_DEGENERATED;
@@ -170,6 +173,7 @@ void Cpolygon2<T>::preprocess() {
     optimize(true);
     if (!isSimple()) {
         m_type = TYPE_COMPLEX;
+        buildSlabs();
         return;
     }
     if (testRect()) {
@@ -178,6 +182,7 @@ void Cpolygon2<T>::preprocess() {
     }
     if (!isConvex()) {
         m_type = TYPE_CONCAVE;
+        buildSlabs();
         return;
     }
     m_type = TYPE_CONVEX;
@@ -324,9 +329,10 @@ bool Cpolygon2<T>::pointIsIn(Cpoint2<T> const& p) const {
     if (m_points.size() < 3) return false;
     switch (m_type) {
         case TYPE_UNKNOWN:
+            return pointIsInWinding(p);
         case TYPE_CONCAVE:
         case TYPE_COMPLEX:
-            return pointIsInWinding(p);
+            return m_slabY.empty() ? pointIsInWinding(p) : pointIsInSlabs(p);
         case TYPE_RECT:
             return m_rect.pointIsIn(p);
         case TYPE_CONVEX:

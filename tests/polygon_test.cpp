@@ -368,6 +368,51 @@ TYPED_TEST(Polygon, PointInPolygonAgainstReferences) {
     EXPECT_GT(tested, 20000);
 }
 
+TYPED_TEST(Polygon, SlabIndexGivesTheWindingAnswerEverywhere) {
+    // A preprocessed concave or complex polygon of 32+ vertices answers through
+    // its slab index; a copy left unclassified runs the full winding test.
+    // They must agree on every query: random points, vertices, edge midpoints
+    // and points at the exact heights of vertices (the slab boundaries).
+    using T = TypeParam;
+    using P = Cpoint2<T>;
+    std::mt19937 rng(77);
+    std::uniform_int_distribution<int> G(0, 60);
+    std::uniform_real_distribution<double> U(-5, 65);
+    std::vector<std::vector<P>> polys;
+    for (int round = 0; round < 20; ++round) {
+        std::vector<P> cloud;
+        for (int i = 0; i < 32 + round * 7; ++i) cloud.emplace_back(T(G(rng)), T(G(rng)));
+        polys.push_back(Cpolygon2<T>::contourPoly(cloud).points());  // simple, concave
+        polys.push_back(cloud);                                      // self-intersecting
+    }
+    std::vector<P> gear;
+    for (int i = 0; i < 400; ++i) {
+        const double a = 2 * 3.141592653589793 * i / 400, r = i % 2 ? 18 : 30;
+        gear.emplace_back(T(30 + r * std::cos(a)), T(30 + r * std::sin(a)));
+    }
+    polys.push_back(gear);
+    int indexed = 0;
+    for (auto const& v : polys) {
+        Cpolygon2<T> fast(v);
+        fast.preprocess();
+        if (fast.type() != Cpolygon2<T>::TYPE_CONCAVE && fast.type() != Cpolygon2<T>::TYPE_COMPLEX) continue;
+        ++indexed;
+        const Cpolygon2<T> plain(fast.points());  // same vertices, TYPE_UNKNOWN
+        std::vector<P> q;
+        for (int k = 0; k < 300; ++k) q.emplace_back(T(U(rng)), T(U(rng)));
+        for (std::size_t i = 0; i < v.size(); ++i) {
+            const P a = v[i], b = v[(i + 1) % v.size()];
+            q.push_back(a);
+            q.emplace_back((a.x + b.x) / T(2), (a.y + b.y) / T(2));
+            q.emplace_back(T(U(rng)), a.y);
+        }
+        q.emplace_back(std::numeric_limits<T>::quiet_NaN(), T(30));
+        q.emplace_back(T(30), std::numeric_limits<T>::quiet_NaN());
+        for (P const& p : q) ASSERT_EQ(fast.pointIsIn(p), plain.pointIsIn(p)) << p.x << "," << p.y;
+    }
+    EXPECT_GT(indexed, 30);
+}
+
 TYPED_TEST(Polygon, HullAndContourAgainstBruteForce) {
     using T = TypeParam;
     using P = Cpoint2<T>;

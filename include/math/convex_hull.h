@@ -68,6 +68,11 @@ private:
     //  1. clear the hull; fewer than 3 points: done (no hull).
     //  2. points with a NaN or infinite coordinate are erased: they have no
     //     angle to be sorted by.
+    //  2a. with at least 64 points (all coordinates in the exact range): the
+    //     points strictly inside the polygon of the extreme points in eight
+    //     directions are erased; they are strictly inside the hull, so the
+    //     result is the same, and random clouds lose most of their points
+    //     before the sort.
     //  3. pivot = lowest y, then lowest x, first on exact ties; swapped to pts[0].
     //  4. pts[1..] sorted counter-clockwise around the pivot (a before b when
     //     T_func(pivot, a, b) > 0); on one ray the nearer point first (sqDist,

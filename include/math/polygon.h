@@ -17,6 +17,7 @@
 #include <math/primitives2.h>
 
 #include <list>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -92,7 +93,9 @@ public:
     // Point in polygon by the cached type: TYPE_RECT border included;
     // TYPE_CONVEX by the angle table, border included; TYPE_UNKNOWN,
     // TYPE_CONCAVE and TYPE_COMPLEX by the non-zero winding number (a point
-    // exactly on an edge gets no contribution from that edge); TYPE_INVALID,
+    // exactly on an edge gets no contribution from that edge; preprocessed
+    // polygons of 32 or more vertices use a slab index, O(log n) plus the
+    // edges crossing the point's height); TYPE_INVALID,
     // TYPE_DEGENERATED and fewer than 3 vertices: false.  Never classifies.
     bool pointIsIn(Cpoint2<T> const& p) const;
 
@@ -183,12 +186,26 @@ protected:
 private:
     bool pointIsInWinding(Cpoint2<T> const& p) const;
     bool pointIsInConvex(Cpoint2<T> const& p) const;
+    // Index of the winding-number test, built by preprocess() for concave and
+    // complex polygons of at least 32 finite vertices: the plane is cut into
+    // horizontal slabs [y_k, y_k+1) between consecutive distinct vertex heights,
+    // and each slab lists the edges that span it, which are exactly the edges
+    // the winding rule counts for a point of that height.  A query finds its
+    // slab by binary search and runs the winding test over those edges only,
+    // with the same arithmetic: the same answer as the full test, on edges and
+    // vertices too.  Left empty (full test) when the slabs would hold more than
+    // 256 edge entries per vertex.
+    void buildSlabs();
+    bool pointIsInSlabs(Cpoint2<T> const& p) const;
 
     std::vector<Cpoint2<T>> m_points;
     enType m_type;
     Crect2<T> m_rect;               // valid while m_type == TYPE_RECT
     std::vector<Tangle> m_angles;   // (theta(m_ref, v), v) ascending; valid while TYPE_CONVEX
     Cpoint2<T> m_ref;               // reference point of the angle table
+    std::vector<T> m_slabY;                 // slab heights, ascending; empty: no index
+    std::vector<std::uint32_t> m_slabStart; // slab k: edges [m_slabStart[k], m_slabStart[k + 1])
+    std::vector<T> m_slabEdges;             // edge j from (ax, ay) to (bx, by): four runs of E values
 };
 
 extern template class Cpolygon2<float>;
