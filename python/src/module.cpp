@@ -154,6 +154,88 @@ template <class T> Cplane3<double> D(Cplane3<T> const& e) {
     return r;
 }
 template <class T> Csphere3<double> D(Csphere3<T> const& s) { return Csphere3<double>(D(s.center()), s.radius()); }
+template <class T> Ccircle3<double> D(Ccircle3<T> const& c) {
+    return Ccircle3<double>(D(c.plane()), D(c.center()), c.radius());
+}
+template <class T> Ccylinder3<double> D(Ccylinder3<T> const& z) { return Ccylinder3<double>(D(z.axis()), z.radius()); }
+template <class T> Ccylinder3<T> fromD(Ccylinder3<double> const& z) {
+    Cline3<double> const& a = z.axis();
+    return Ccylinder3<T>(Cline3<T>(Cpoint3<T>(T(a.point().x), T(a.point().y), T(a.point().z)),
+                                   Cdirec3<T>(T(a.direction().x), T(a.direction().y), T(a.direction().z), true)),
+                         T(z.radius()));
+}
+
+// Records of the geometric fits as dicts: the common fields, then u<Param>.
+template <class R>
+py::dict recordBase(R const& r) {
+    py::dict d;
+    d["iterations"] = r.iterations;
+    d["converged"] = r.converged;
+    d["sum_sq_dist"] = double(r.sumSqDist);
+    d["std_abw"] = double(r.stdAbw);
+    return d;
+}
+template <class T> py::dict record(CqCircleGeomStdAbw<T> const& r) {
+    py::dict d = recordBase(r);
+    d["u_center"] = py::make_tuple(double(r.uCenterX), double(r.uCenterY));
+    d["u_radius"] = double(r.uRadius);
+    return d;
+}
+template <class T> py::dict record(CqCircle3GeomStdAbw<T> const& r) {
+    py::dict d = recordBase(r);
+    d["u_center"] = py::make_tuple(double(r.uCenterX), double(r.uCenterY), double(r.uCenterZ));
+    d["u_normal"] = py::make_tuple(double(r.uNormalX), double(r.uNormalY), double(r.uNormalZ));
+    d["u_radius"] = double(r.uRadius);
+    return d;
+}
+template <class T> py::dict record(CqSphereGeomStdAbw<T> const& r) {
+    py::dict d = recordBase(r);
+    d["u_center"] = py::make_tuple(double(r.uCenterX), double(r.uCenterY), double(r.uCenterZ));
+    d["u_radius"] = double(r.uRadius);
+    return d;
+}
+template <class T> py::dict record(CqCylinderGeomStdAbw<T> const& r) {
+    py::dict d = recordBase(r);
+    d["u_point"] = py::make_tuple(double(r.uPointX), double(r.uPointY), double(r.uPointZ));
+    d["u_direction"] = py::make_tuple(double(r.uDirX), double(r.uDirY), double(r.uDirZ));
+    d["u_radius"] = double(r.uRadius);
+    return d;
+}
+
+template <class T>
+CqGeomFitPrm<T> fitParams(py::dict const& kw) {
+    CqGeomFitPrm<T> p;
+    for (auto item : kw) {
+        const std::string k = py::str(item.first);
+        if (k == "max_iter") p.maxIter = item.second.cast<std::uint32_t>();
+        else if (k == "rel_step_tol") p.relStepTol = T(item.second.cast<double>());
+        else if (k == "grad_tol") p.gradTol = T(item.second.cast<double>());
+        else if (k == "init_damping") p.initDamping = T(item.second.cast<double>());
+        else throw py::type_error("unknown fit parameter '" + k + "' (max_iter, rel_step_tol, grad_tol, init_damping)");
+    }
+    return p;
+}
+
+// One geometric fit for the array's precision: fit(points, primitive, record,
+// params) -> (double primitive, record dict).
+template <class P2, class Fd, class Ff>
+py::object geomFit(PointArray const& p, bool withRecord, py::dict const& kw, Fd fd, Ff ff) {
+    py::dict rec;
+    P2 prim;
+    if (p.single) {
+        const CqGeomFitPrm<float> prm = fitParams<float>(kw);
+        auto r = nogil([&] { return ff(prm); });
+        prim = D(r.first);
+        rec = record(r.second);
+    } else {
+        const CqGeomFitPrm<double> prm = fitParams<double>(kw);
+        auto r = nogil([&] { return fd(prm); });
+        prim = r.first;
+        rec = record(r.second);
+    }
+    if (!withRecord) return py::cast(prim);
+    return py::make_tuple(prim, rec);
+}
 
 template <class F>
 auto nogil(F f) {
@@ -340,6 +422,40 @@ PYBIND11_MODULE(_metromath, m) {
                    "), radius=" + fmt(s.radius()) + ")";
         });
 
+    py::class_<Ccircle3<double>>(m, "Circle3", "Circle in space: plane, centre and radius.\nExample: fit_circle_geom(pts3)")
+        .def_property_readonly("center", [](Ccircle3<double> const& c) {
+            return arr3(c.center().x, c.center().y, c.center().z);
+        })
+        .def_property_readonly("normal", [](Ccircle3<double> const& c) {
+            return arr3(c.plane().a(), c.plane().b(), c.plane().c());
+        })
+        .def_property_readonly("radius", [](Ccircle3<double> const& c) { return c.radius(); })
+        .def("is_valid", &Ccircle3<double>::isValid)
+        .def("__repr__", [](Ccircle3<double> const& c) {
+            return "Circle3(center=(" + fmt(c.center().x) + ", " + fmt(c.center().y) + ", " + fmt(c.center().z) +
+                   "), normal=(" + fmt(c.plane().a()) + ", " + fmt(c.plane().b()) + ", " + fmt(c.plane().c()) +
+                   "), radius=" + fmt(c.radius()) + ")";
+        });
+
+    py::class_<Ccylinder3<double>>(m, "Cylinder3", "Infinite circular cylinder: axis line and radius.\nExample: Cylinder3(Line3([0, 0, 0], [0, 0, 1]), 5.0)")
+        .def(py::init([](Cline3<double> const& axis, double r) { return Ccylinder3<double>(axis, r); }),
+             py::arg("axis"), py::arg("radius"))
+        .def_property_readonly("axis", [](Ccylinder3<double> const& z) { return z.axis(); })
+        .def_property_readonly("point", [](Ccylinder3<double> const& z) {
+            return arr3(z.axis().point().x, z.axis().point().y, z.axis().point().z);
+        })
+        .def_property_readonly("direction", [](Ccylinder3<double> const& z) {
+            return arr3(z.axis().direction().x, z.axis().direction().y, z.axis().direction().z);
+        })
+        .def_property_readonly("radius", [](Ccylinder3<double> const& z) { return z.radius(); })
+        .def("is_valid", &Ccylinder3<double>::isValid)
+        .def("__repr__", [](Ccylinder3<double> const& z) {
+            auto const& a = z.axis();
+            return "Cylinder3(point=(" + fmt(a.point().x) + ", " + fmt(a.point().y) + ", " + fmt(a.point().z) +
+                   "), direction=(" + fmt(a.direction().x) + ", " + fmt(a.direction().y) + ", " +
+                   fmt(a.direction().z) + "), radius=" + fmt(z.radius()) + ")";
+        });
+
     // ---------------------------------------------------------------- fits
     m.def(
         "fit_line_lsq",
@@ -493,6 +609,124 @@ PYBIND11_MODULE(_metromath, m) {
         py::arg("points"), py::arg("record") = false,
         "Orthogonal (total least squares) plane.\nExample: e = fit_plane_geom(pts)");
 
+    // Geometric (orthogonal-distance) fits.  radius=R selects the fixed-radius
+    // form; keyword parameters max_iter, rel_step_tol, grad_tol, init_damping.
+    m.def(
+        "fit_circle_geom",
+        [](py::handle pts, py::object radius, bool record, py::kwargs kw) -> py::object {
+            py::array a = py::isinstance<py::array>(pts) ? py::reinterpret_borrow<py::array>(pts)
+                                                          : py::module_::import("numpy").attr("asarray")(pts);
+            const bool rfix = !radius.is_none();
+            const double r = rfix ? radius.cast<double>() : 0.0;
+            if (a.ndim() == 2 && a.shape(1) == 3) {
+                PointArray p = points(a, 3);
+                return geomFit<Ccircle3<double>>(
+                    p, record, kw,
+                    [&](CqGeomFitPrm<double> const& prm) {
+                        std::pair<Ccircle3<double>, CqCircle3GeomStdAbw<double>> o;
+                        auto v = vec3<double>(p);
+                        if (rfix) approximate<double>::fitCircleGeomRfix(v, r, o.first, o.second, prm);
+                        else approximate<double>::fitCircleGeom(v, o.first, o.second, prm);
+                        return o;
+                    },
+                    [&](CqGeomFitPrm<float> const& prm) {
+                        std::pair<Ccircle3<float>, CqCircle3GeomStdAbw<float>> o;
+                        auto v = vec3<float>(p);
+                        if (rfix) approximate<float>::fitCircleGeomRfix(v, float(r), o.first, o.second, prm);
+                        else approximate<float>::fitCircleGeom(v, o.first, o.second, prm);
+                        return o;
+                    });
+            }
+            PointArray p = points(a, 2);
+            return geomFit<Ccircle2<double>>(
+                p, record, kw,
+                [&](CqGeomFitPrm<double> const& prm) {
+                    std::pair<Ccircle2<double>, CqCircleGeomStdAbw<double>> o;
+                    auto v = vec2<double>(p);
+                    if (rfix) approximate<double>::fitCircleGeomRfix(v, r, o.first, o.second, prm);
+                    else approximate<double>::fitCircleGeom(v, o.first, o.second, prm);
+                    return o;
+                },
+                [&](CqGeomFitPrm<float> const& prm) {
+                    std::pair<Ccircle2<float>, CqCircleGeomStdAbw<float>> o;
+                    auto v = vec2<float>(p);
+                    if (rfix) approximate<float>::fitCircleGeomRfix(v, float(r), o.first, o.second, prm);
+                    else approximate<float>::fitCircleGeom(v, o.first, o.second, prm);
+                    return o;
+                });
+        },
+        py::arg("points"), py::arg("radius") = py::none(), py::arg("record") = false,
+        "Circle by orthogonal distances of (N, 2) points, or plane and circle together for (N, 3).\n"
+        "radius=R fixes the radius; record=True adds a dict with iterations, converged, std_abw and the\n"
+        "standard uncertainties.\nExample: c, rec = fit_circle_geom(pts, record=True)");
+
+    m.def(
+        "fit_sphere_geom",
+        [](py::handle pts, py::object radius, bool record, py::kwargs kw) -> py::object {
+            PointArray p = points(pts, 3);
+            const bool rfix = !radius.is_none();
+            const double r = rfix ? radius.cast<double>() : 0.0;
+            return geomFit<Csphere3<double>>(
+                p, record, kw,
+                [&](CqGeomFitPrm<double> const& prm) {
+                    std::pair<Csphere3<double>, CqSphereGeomStdAbw<double>> o;
+                    auto v = vec3<double>(p);
+                    if (rfix) approximate<double>::fitSphereGeomRfix(v, r, o.first, o.second, prm);
+                    else approximate<double>::fitSphereGeom(v, o.first, o.second, prm);
+                    return o;
+                },
+                [&](CqGeomFitPrm<float> const& prm) {
+                    std::pair<Csphere3<float>, CqSphereGeomStdAbw<float>> o;
+                    auto v = vec3<float>(p);
+                    if (rfix) approximate<float>::fitSphereGeomRfix(v, float(r), o.first, o.second, prm);
+                    else approximate<float>::fitSphereGeom(v, o.first, o.second, prm);
+                    return o;
+                });
+        },
+        py::arg("points"), py::arg("radius") = py::none(), py::arg("record") = false,
+        "Sphere by orthogonal distances; radius=R fixes the radius.\nExample: s = fit_sphere_geom(pts)");
+
+    m.def(
+        "fit_cylinder_geom",
+        [](py::handle pts, py::object start, py::object radius, bool record, py::kwargs kw) -> py::object {
+            PointArray p = points(pts, 3);
+            const bool rfix = !radius.is_none();
+            const double r = rfix ? radius.cast<double>() : 0.0;
+            const bool hasStart = !start.is_none();
+            if (hasStart && rfix) throw py::value_error("give either start or radius, not both");
+            const Ccylinder3<double> s = hasStart ? start.cast<Ccylinder3<double>>() : Ccylinder3<double>();
+            return geomFit<Ccylinder3<double>>(
+                p, record, kw,
+                [&](CqGeomFitPrm<double> const& prm) {
+                    std::pair<Ccylinder3<double>, CqCylinderGeomStdAbw<double>> o;
+                    auto v = vec3<double>(p);
+                    if (rfix) approximate<double>::fitCylinderGeomRfix(v, r, o.first, o.second, prm);
+                    else if (hasStart) approximate<double>::fitCylinderGeom(v, s, o.first, o.second, prm);
+                    else approximate<double>::fitCylinderGeom(v, o.first, o.second, prm);
+                    return o;
+                },
+                [&](CqGeomFitPrm<float> const& prm) {
+                    std::pair<Ccylinder3<float>, CqCylinderGeomStdAbw<float>> o;
+                    auto v = vec3<float>(p);
+                    if (rfix) approximate<float>::fitCylinderGeomRfix(v, float(r), o.first, o.second, prm);
+                    else if (hasStart) approximate<float>::fitCylinderGeom(v, fromD<float>(s), o.first, o.second, prm);
+                    else approximate<float>::fitCylinderGeom(v, o.first, o.second, prm);
+                    return o;
+                });
+        },
+        py::arg("points"), py::arg("start") = py::none(), py::arg("radius") = py::none(), py::arg("record") = false,
+        "Cylinder by orthogonal distances: automatic start, from a start Cylinder3, or with radius=R fixed.\n"
+        "Example: z, rec = fit_cylinder_geom(pts, record=True)");
+
+    m.def(
+        "std_abw_cylinder",
+        [](py::handle pts, Ccylinder3<double> const& z) {
+            PointArray p = points(pts, 3);
+            auto v = vec3<double>(p);
+            return nogil([&] { return approximate<double>::StdAbwCylinder(v, z); });
+        },
+        py::arg("points"), py::arg("cylinder"), "Sample deviation of the point-axis distances.\nExample: std_abw_cylinder(pts, z)");
+
     m.def(
         "std_abw_circle2",
         [](py::handle pts, Ccircle2<double> const& c) {
@@ -546,6 +780,8 @@ PYBIND11_MODULE(_metromath, m) {
     m.def("distance", [=](Cline3<double> const& l, py::handle p) { return distances3(l, p); }, py::arg("line"),
           py::arg("points"));
     m.def("distance", [=](Csphere3<double> const& s, py::handle p) { return distances3(s, p); }, py::arg("sphere"),
+          py::arg("points"));
+    m.def("distance", [=](Ccylinder3<double> const& z, py::handle p) { return distances3(z, p); }, py::arg("cylinder"),
           py::arg("points"));
     m.def(
         "project",

@@ -182,3 +182,50 @@ def test_dask_fit_on_local_cluster_equals_in_memory_fit():
     assert line.is_valid()
     refs = mm.fit_sphere_lsq_sums(mm.MomentSums3(ball))
     assert sphere.radius == pytest.approx(refs.radius, rel=1e-10)
+
+
+def test_geometric_fits_against_scipy_and_exact_data():
+    scipy_opt = pytest.importorskip("scipy.optimize")
+    rng = np.random.default_rng(7)
+    p = circle_points(rng, 300, arc=1.0, noise=0.05)
+    c, rec = mm.fit_circle_geom(p, record=True)
+    ref = scipy_opt.least_squares(lambda q: np.hypot(*(p - q[:2]).T) - q[2],
+                                  [*kasa_reference(p)[0], kasa_reference(p)[1]], xtol=1e-15, ftol=1e-15)
+    # A 57-degree arc: the minimum is flat along the mid-normal, so compare the
+    # objective (ours no worse than scipy's) and the parameters to 1e-7.
+    assert rec["sum_sq_dist"] <= 2 * ref.cost * (1 + 1e-12)
+    np.testing.assert_allclose([*c.center, c.radius], ref.x, rtol=1e-7)
+    assert rec["converged"] and rec["iterations"] >= 1 and len(rec["u_center"]) == 2
+    assert rec["u_radius"] > 0 and rec["std_abw"] == pytest.approx(0.05, rel=0.2)
+    fixed, frec = mm.fit_circle_geom(p, radius=10.0, record=True)
+    assert fixed.radius == 10.0 and frec["u_radius"] == 0.0
+    assert mm.fit_circle_geom(p.astype(np.float32) - np.float32(1000)).radius == pytest.approx(c.radius, rel=1e-4)
+
+    # Exact points of a tilted cylinder and sphere, far from the origin.
+    axis = np.array([1.0, 2.0, 2.0]) / 3.0
+    e1 = np.cross(axis, [1.0, 0, 0])
+    e1 /= np.linalg.norm(e1)
+    e2 = np.cross(axis, e1)
+    t, h = rng.uniform(0, 2 * np.pi, 200), rng.uniform(-20, 20, 200)
+    base = np.array([1e4, -5e3, 2e3])
+    cyl = base + np.outer(h, axis) + 7.5 * (np.outer(np.cos(t), e1) + np.outer(np.sin(t), e2))
+    z, zrec = mm.fit_cylinder_geom(cyl, record=True)
+    assert z.radius == pytest.approx(7.5, rel=1e-9) and zrec["converged"]
+    assert abs(abs(z.direction @ axis) - 1) < 1e-12
+    assert np.abs(mm.distance(z, cyl)).max() < 1e-8
+    z2 = mm.fit_cylinder_geom(cyl, start=mm.Cylinder3(mm.Line3(base, axis + 0.01), 1.0))
+    assert z2.radius == pytest.approx(7.5, rel=1e-9)
+    ball = base + 4.0 * np.c_[np.cos(t) * np.cos(h / 40), np.sin(t) * np.cos(h / 40), np.sin(h / 40)]
+    s = mm.fit_sphere_geom(ball)
+    np.testing.assert_allclose(s.center, base, rtol=1e-12)
+    assert s.radius == pytest.approx(4.0, rel=1e-9)
+    ring = base + 3.0 * (np.outer(np.cos(t), e1) + np.outer(np.sin(t), e2))
+    c3 = mm.fit_circle_geom(ring)
+    assert isinstance(c3, mm.Circle3) and c3.radius == pytest.approx(3.0, rel=1e-9)
+    assert abs(abs(c3.normal @ axis) - 1) < 1e-10
+    # Refused input is invalid, not an exception; unknown parameters are.
+    bad, brec = mm.fit_sphere_geom(ball[:3], record=True)
+    assert not bad.is_valid() and not brec["converged"]
+    with pytest.raises(TypeError, match="max_iter"):
+        mm.fit_circle_geom(p, max_iterations=3)
+    assert mm.fit_circle_geom(p, max_iter=1, record=True)[1]["iterations"] <= 1
