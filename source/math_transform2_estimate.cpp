@@ -15,6 +15,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <type_traits>
 
 namespace math {
@@ -165,12 +166,9 @@ template <class T>
 void Ctrans2_Helmert<T>::setDest(std::vector<Cpoint2<T>> const& dest) {
     const unsigned n = checkedCount(dest.size(), 0x7FFFFFFFu);
     m_obs.resize(2 * static_cast<std::size_t>(n));
-    T* l = m_obs.data();
-    const Cpoint2<T>* p = dest.data();
-    for (unsigned i = 0; i < n; ++i) {
-        l[2 * i] = p[i].x;
-        l[2 * i + 1] = p[i].y;
-    }
+    // (x'0, y'0, x'1, y'1, ...) is the point array's own layout.
+    static_assert(sizeof(Cpoint2<T>) == 2 * sizeof(T) && std::is_trivially_copyable<Cpoint2<T>>::value, "");
+    if (n > 0) std::memcpy(m_obs.data(), dest.data(), 2 * static_cast<std::size_t>(n) * sizeof(T));
     this->m_nDest = n;
     this->m_destSet = true;
 }
