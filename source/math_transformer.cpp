@@ -74,13 +74,15 @@ void applyList(Frame<T> const& f, std::vector<Cpoint3<T>> const& in, std::vector
         applyInPlace<D>(f, out);
         return;
     }
+    // Cleared, reserved, then the points appended in order; the append is
+    // done as one resize and a plain loop over the storage (same contents,
+    // without a capacity test per point).
     out.clear();
     out.reserve(in.size());
-    Cpoint3<T> q;
-    for (Cpoint3<T> const& p : in) {
-        apply<D>(f, p, q);
-        out.push_back(q);
-    }
+    out.resize(in.size());
+    const Cpoint3<T>* p = in.data();
+    Cpoint3<T>* q = out.data();
+    for (std::size_t i = 0, n = in.size(); i < n; ++i) apply<D>(f, p[i], q[i]);
 }
 
 }  // namespace
