@@ -19,6 +19,7 @@
 #include <math/primitives3.h>
 #include <math/solver.h>
 #include <math/tools.h>
+#include <math/transform2.h>
 #include <math/transform3.h>
 
 #endif

@@ -1,6 +1,7 @@
 // Spatial rotations and similarity transformations: the quaternion
-// Cquaternion<T> and the transformation parameters CtransPrm3<T> (rotation,
-// translation, scale), exported for float and double.
+// Cquaternion<T>, the transformation parameters CtransPrm3<T> (rotation,
+// translation, scale) and the point-set transformer Ctransformer<T> (into and
+// out of a local frame), exported for float and double.
 #ifndef MATH_TRANSFORM3_H
 #define MATH_TRANSFORM3_H
 
@@ -120,10 +121,61 @@ private:
     T m_R[3][3];
 };
 
+// Moves spatial points between the world frame and a local frame given by a
+// rotation R and the local origin c (in world coordinates).  Static functions
+// only, no state; each direction in four shapes (one point in place, one point
+// in -> out, a vector in place, a vector in -> out).
+//
+//   transformTo:    p' = R*(p - c)        (d = p - c formed first)
+//   transformFrom:  p' = R^T*p + c
+//
+// The rotation is the upper-left 3x3 block of a Cmatrix<T>, read row-major
+// with the matrix's column count as row stride (a 4x4 homogeneous matrix
+// works, its last row and column ignored), or a quaternion (w, x, y, z) turned
+// into its matrix by Cquaternion<T>::getRotMatrix (not normalised; every
+// element clamped into [-1, 1] without renormalising, so a non-unit
+// quaternion gives a scaled and clamped matrix).
+//
+// Kept as users depend on them:
+//  - transformFrom uses the TRANSPOSE of R, not its inverse: the two
+//    directions undo each other only for an orthonormal R;
+//  - the vector in -> out forms clear `out`, reserve in.size() and append in
+//    order (an empty input leaves `out` empty).
+// Every form reads a point's old coordinates before writing it, and the
+// centre is copied first, so in/out or centre may alias any point; the same
+// vector as in and out acts as the in-place form.  A matrix with fewer than 3
+// rows or columns throws CthrowMath ERR_MATRIX_DIMS (rows and columns as
+// "%0", "%1") before any point is touched.  NaN coordinates propagate.
+template <class T>
+class METROMATH_API Ctransformer {
+public:
+    typedef std::vector<Cpoint3<T>> Points;
+
+    static void transformTo(Cmatrix<T> const& R, Cpoint3<T>& p, Cpoint3<T> const& c);
+    static void transformTo(Cmatrix<T> const& R, Cpoint3<T> const& p, Cpoint3<T>& q, Cpoint3<T> const& c);
+    static void transformTo(Cmatrix<T> const& R, Points& ps, Cpoint3<T> const& c);
+    static void transformTo(Cmatrix<T> const& R, Points const& in, Points& out, Cpoint3<T> const& c);
+    static void transformFrom(Cmatrix<T> const& R, Cpoint3<T>& p, Cpoint3<T> const& c);
+    static void transformFrom(Cmatrix<T> const& R, Cpoint3<T> const& p, Cpoint3<T>& q, Cpoint3<T> const& c);
+    static void transformFrom(Cmatrix<T> const& R, Points& ps, Cpoint3<T> const& c);
+    static void transformFrom(Cmatrix<T> const& R, Points const& in, Points& out, Cpoint3<T> const& c);
+
+    static void transformTo(Cquaternion<T> const& q, Cpoint3<T>& p, Cpoint3<T> const& c);
+    static void transformTo(Cquaternion<T> const& q, Cpoint3<T> const& p, Cpoint3<T>& r, Cpoint3<T> const& c);
+    static void transformTo(Cquaternion<T> const& q, Points& ps, Cpoint3<T> const& c);
+    static void transformTo(Cquaternion<T> const& q, Points const& in, Points& out, Cpoint3<T> const& c);
+    static void transformFrom(Cquaternion<T> const& q, Cpoint3<T>& p, Cpoint3<T> const& c);
+    static void transformFrom(Cquaternion<T> const& q, Cpoint3<T> const& p, Cpoint3<T>& r, Cpoint3<T> const& c);
+    static void transformFrom(Cquaternion<T> const& q, Points& ps, Cpoint3<T> const& c);
+    static void transformFrom(Cquaternion<T> const& q, Points const& in, Points& out, Cpoint3<T> const& c);
+};
+
 extern template class Cquaternion<float>;
 extern template class Cquaternion<double>;
 extern template class CtransPrm3<float>;
 extern template class CtransPrm3<double>;
+extern template class Ctransformer<float>;
+extern template class Ctransformer<double>;
 
 }  // namespace math
 
