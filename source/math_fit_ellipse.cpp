@@ -30,62 +30,6 @@ const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double kPi = 3.14159265358979323846;
 const double kAxisLimit = 1e6;  // semi-axes above this (normalised) count as collapse
 
-// Foot point in the first quadrant of (x/e0)^2 + (y/e1)^2 = 1, e0 >= e1 > 0,
-// y0, y1 >= 0: safeguarded Newton on the root s of
-// (e0 y0 / (s + e0^2))^2 + (e1 y1 / (s + e1^2))^2 = 1 in the scaled form with
-// r0 = (e0/e1)^2 (as geometric<T>::distance).  Writes the foot (x0, x1).
-void footFirstQuadrant(double e0, double e1, double y0, double y1, double& x0, double& x1) {
-    if (y1 > 0.0) {
-        if (y0 > 0.0) {
-            const double z0 = y0 / e0, z1 = y1 / e1;
-            double g = z0 * z0 + z1 * z1 - 1.0;
-            if (g == 0.0) {
-                x0 = y0;
-                x1 = y1;
-                return;
-            }
-            const double r0 = (e0 / e1) * (e0 / e1);
-            const double n0 = r0 * z0;
-            double s0 = z1 - 1.0;
-            double s1 = g < 0.0 ? 0.0 : std::hypot(n0, z1) - 1.0;
-            double s = s0;
-            for (int i = 0; i < 200; ++i) {
-                const double ra = n0 / (s + r0), rb = z1 / (s + 1.0);
-                g = ra * ra + rb * rb - 1.0;
-                if (g > 0.0)
-                    s0 = s;
-                else if (g < 0.0)
-                    s1 = s;
-                else
-                    break;
-                const double dg = -2.0 * (ra * ra / (s + r0) + rb * rb / (s + 1.0));
-                double next = s - g / dg;
-                if (!(next > s0 && next < s1)) {
-                    next = 0.5 * (s0 + s1);
-                    if (next == s0 || next == s1) break;
-                }
-                if (next == s) break;
-                s = next;
-            }
-            x0 = r0 * y0 / (s + r0);
-            x1 = y1 / (s + 1.0);
-            return;
-        }
-        x0 = 0.0;
-        x1 = e1;
-        return;
-    }
-    const double numer0 = e0 * y0, denom0 = e0 * e0 - e1 * e1;
-    if (numer0 < denom0) {
-        const double xde0 = numer0 / denom0;
-        x0 = e0 * xde0;
-        x1 = e1 * std::sqrt(1.0 - xde0 * xde0);
-        return;
-    }
-    x0 = e0;
-    x1 = 0.0;
-}
-
 // Adds the distance and its gradient of one point to the sums.
 inline double distAndGrad(double a, double b, double ca, double sa, double dx, double dy, double* g) {
     const double u = ca * dx + sa * dy, v = -sa * dx + ca * dy;
@@ -181,18 +125,54 @@ void nullVector3(double const* M, double lam, double* v) {
 
 }  // namespace
 
+// The foot point of (u, v) minimises |(u, v) - (a cos t, b sin t)|^2 / 2,
+// whose derivative is
+//   G(t) = u a sin t - v b cos t - (a^2 - b^2) sin t cos t.
+// The point is reflected into the first quadrant (u, v >= 0), where the
+// nearest point lies too.  For u, v > 0, G(0) = -v b < 0 < G(pi/2) = u a and
+// the root in between is unique; it is found by Newton's method from the
+// phase of the point in the scaled frame (two to four steps for points near
+// the ellipse), inside the bracket [0, pi/2], which every evaluation narrows
+// and which takes over (bisection) whenever a Newton step would leave it.  On
+// an axis the foot is either the vertex on that axis or, inside the evolute's
+// cusp, the point given in closed form.
 double footParameter(double a, double b, double u, double v) {
-    double e0 = a, e1 = b, y0 = std::fabs(u), y1 = std::fabs(v);
-    const bool swapped = e0 < e1;
-    if (swapped) {
-        std::swap(e0, e1);
-        std::swap(y0, y1);
+    const double au = std::fabs(u), av = std::fabs(v), c = a * a - b * b;
+    const double halfPi = 0.5 * kPi;
+    double t;
+    if (av == 0.0) {
+        t = (au * a < c) ? std::acos(au * a / c) : 0.0;
+    } else if (au == 0.0) {
+        t = (av * b < -c) ? std::asin(-av * b / c) : halfPi;
+    } else {
+        double lo = 0.0, hi = halfPi;
+        t = std::atan2(av * a, au * b);  // phase of the point in the scaled frame
+        for (int i = 0; i < 100; ++i) {
+            const double st = std::sin(t), ct = std::cos(t);
+            const double g = au * a * st - av * b * ct - c * st * ct;
+            if (g < 0.0)
+                lo = t;
+            else if (g > 0.0)
+                hi = t;
+            else
+                break;
+            const double dg = au * a * ct + av * b * st - c * (ct * ct - st * st);
+            double next = t - g / dg;
+            if (!(next > lo && next < hi)) {  // also for dg <= 0 or NaN
+                next = 0.5 * (lo + hi);
+                if (next == lo || next == hi) break;
+            }
+            if (std::fabs(next - t) <= 1e-15 * halfPi) {
+                t = next;
+                break;
+            }
+            t = next;
+        }
     }
-    double x0, x1;
-    footFirstQuadrant(e0, e1, y0, y1, x0, x1);
-    if (swapped) std::swap(x0, x1);
-    const double fu = u < 0 ? -x0 : x0, fv = v < 0 ? -x1 : x1;
-    return std::atan2(fv / b, fu / a);
+    // Back to the point's quadrant.
+    if (u < 0.0) t = kPi - t;
+    if (v < 0.0) t = -t;
+    return t;
 }
 
 template <class T>
@@ -474,6 +454,7 @@ void fitGN(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
     double f = evalOrthogonal(d, p, jtj, jtr);
     bool conv = false;
     std::uint32_t it = 0;
+    int flat = 0;
     while (std::isfinite(f) && it < prm.maxIter) {
         double gmax = 0.0, dmax = 0.0;
         for (int k = 0; k < 5; ++k) {
@@ -490,6 +471,24 @@ void fitGN(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
         // A ridge at rounding level keeps an exact circle's free angle solvable;
         // it does not move the fixed point (J^T d = 0).
         if (!solve5(jtj, 1e-15 * dmax, rhs, step)) break;
+        // Decrease predicted by the Gauss-Newton model.
+        double pred = 0.0;
+        for (int k = 0; k < 5; ++k) pred -= step[k] * jtr[k];
+        if (pred <= kFlat * f + kFlatAbs * double(d.n())) {
+            // The sum of squares cannot judge such a step: take it whole.
+            Par q = p;
+            for (int k = 0; k < 5; ++k) q.v[k] += step[k];
+            if (!sane(q)) break;
+            const bool small = smallStep(step, p, stepTol);
+            p = q;
+            f = evalOrthogonal(d, p, jtj, jtr);
+            if (small || ++flat >= kFlatSteps) {
+                conv = true;
+                break;
+            }
+            continue;
+        }
+        flat = 0;
         if (smallStep(step, p, stepTol)) {
             Par q = p;
             for (int k = 0; k < 5; ++k) q.v[k] += step[k];
@@ -512,16 +511,7 @@ void fitGN(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
                 std::copy(tr, tr + 5, jtr);
             }
         }
-        if (!accepted) {
-            // No decrease along the Gauss-Newton direction: a minimum to
-            // rounding when the predicted decrease is at rounding level (the
-            // step then only moves parameters within their rounding noise,
-            // e.g. the angle of a nearly circular ellipse).
-            double pred = 0.0;
-            for (int k = 0; k < 5; ++k) pred -= step[k] * jtr[k];
-            conv = pred <= 1e-10 * f + 1e-28 * double(d.n());
-            break;
-        }
+        if (!accepted) break;  // no decrease although the model predicts one: not converged
     }
     writeResult(d, p, conv, it, el, rec);
 }

@@ -72,6 +72,16 @@ template <class T>
 void writeResult(Normalised const& d, Par const& p, bool ok, std::uint32_t iterations,
                  Cellipse2<T>& el, CqEllipseGeomStdAbw<T>* rec);
 
+// A decrease of the sum of squares predicted by the linear model below
+// kFlat * sum + kFlatAbs * n (normalised units) is below the resolution of
+// the sum itself, which can then no longer judge a step: such steps are taken
+// whole, and kFlatSteps of them in a row count as convergence (the iteration
+// contracts at every one of them; the remaining motion is rounding, e.g. the
+// angle of an exact circle).
+constexpr double kFlat = 64.0 * 2.220446049250313e-16;
+constexpr double kFlatAbs = 1e-28;
+constexpr int kFlatSteps = 3;
+
 // Relative step test of CqGeomFitPrm: |step_k| <= tol * (tol + scale_k) for
 // every component.  The scale of a semi-axis is its value; centre
 // coordinates, the angle and the phases count with scale 1 (normalised

@@ -90,8 +90,7 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
     }
     bool conv = false;
     std::uint32_t it = 0;
-    int rejects = 0;
-    double firstPred = -1.0;
+    int rejects = 0, flat = 0;
     while (std::isfinite(f) && it < prm.maxIter) {
         // Pass 1: U, g_q, the phase gradient and the eliminated terms at lam.
         const double ca = std::cos(cur.p.v[4]), sa = std::sin(cur.p.v[4]);
@@ -168,10 +167,10 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
             ft += tb.r[0] * tb.r[0] + tb.r[1] * tb.r[1];
         }
         const double pred = 0.5 * (lam * hh - hg);  // decrease of sum r^2 / 2 predicted by the model
-        if (rejects == 0) firstPred = pred;
         const bool flipA = trial.p.v[2] < 0.0, flipB = trial.p.v[3] < 0.0;
         const bool ok = sane(trial.p) && std::isfinite(ft);
-        if (ok && ft < f) {
+        const bool flatStep = pred <= kFlat * f + kFlatAbs * double(n);
+        if (ok && (ft < f || (flatStep && ft <= f * (1.0 + kFlat) + kFlatAbs * double(n)))) {
             const double rho = pred > 0.0 ? 0.5 * (f - ft) / pred : 1.0;
             std::swap(cur, trial);
             f = ft;
@@ -186,17 +185,17 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
                     if (flipB) cur.t[i] = -cur.t[i], cur.s[i] = -cur.s[i];
                 }
             }
-            if (small) {
+            flat = flatStep ? flat + 1 : 0;
+            if (small || flat >= kFlatSteps) {
                 conv = true;
                 break;
             }
             continue;
         }
-        // No decrease: converged when the step was negligible or the model's
-        // expected decrease is at rounding level; otherwise damp more (bounded).
-        const bool flat = firstPred <= 1e-10 * f + 1e-28 * double(n);
-        if (small || flat || ++rejects > 40 || !(lam < 1e300)) {
-            conv = small || flat;
+        // No decrease: converged when the step was negligible; otherwise damp
+        // more (bounded).
+        if (small || ++rejects > 40 || !(lam < 1e300)) {
+            conv = small;
             break;
         }
         lam *= nu;

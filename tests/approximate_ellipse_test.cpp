@@ -177,4 +177,142 @@ TEST(EllipseFitRef, NullSpaceReferenceData) {
     }
 }
 
+template <class T>
+std::vector<Cpoint2<T>> noisyEllipse(Ell const& e, int n, double sigma, std::uint64_t seed, double arc = 2 * kPi) {
+    std::mt19937_64 rng(seed);
+    std::normal_distribution<double> g(0.0, sigma);
+    std::vector<Cpoint2<T>> pts;
+    for (int i = 0; i < n; ++i) {
+        double x, y, nx, ny;
+        onEllipse(e, arc * (i + 0.5) / n, x, y, nx, ny);
+        pts.emplace_back(T(x + g(rng)), T(y + g(rng)));
+    }
+    return pts;
+}
+
+// Refused input: the ellipse is invalid, the record says not converged, how
+// many iterations were used, and holds NaN.
+TYPED_TEST(EllipseFit, BadInputGivesInvalidEllipseAndRecord) {
+    typedef TypeParam T;
+    const T nan = std::numeric_limits<T>::quiet_NaN(), inf = std::numeric_limits<T>::infinity();
+    const Ell e{1.0, 2.0, 5.0, 3.0, 0.3};
+    std::vector<Cpoint2<T>> good = noisyEllipse<T>(e, 20, 0.0, 1);
+    struct Case {
+        const char* what;
+        std::vector<Cpoint2<T>> pts;
+        std::uint32_t maxIter;
+        bool iterates;
+    };
+    std::vector<Case> cases;
+    cases.push_back({"empty", {}, 100u, false});
+    cases.push_back({"four points", std::vector<Cpoint2<T>>(good.begin(), good.begin() + 4), 100u, false});
+    std::vector<Cpoint2<T>> v = good;
+    v[7].y = nan;
+    cases.push_back({"NaN", v, 100u, false});
+    v = good;
+    v[19].x = inf;
+    cases.push_back({"infinity", v, 100u, false});
+    cases.push_back({"coincident", std::vector<Cpoint2<T>>(9, Cpoint2<T>(T(1e6), T(-3))), 100u, false});
+    v.clear();
+    for (int i = 0; i < 12; ++i) v.emplace_back(T(1000 + 0.5 * i), T(-20 + 1.5 * i));
+    cases.push_back({"collinear", v, 100u, false});
+    // Noisy data need more than one iteration: a limit of 1 is no convergence.
+    cases.push_back({"iteration limit", noisyEllipse<T>(e, 200, 0.2, 5), 1u, true});
+    for (auto const& c : cases)
+        for (int m = 0; m < 2; ++m) {
+            SCOPED_TRACE(::testing::Message() << c.what << (m ? " LM" : " GN"));
+            Cellipse2<T> el(Cpoint2<T>(T(1), T(1)), T(2), T(1), T(0));
+            CqEllipseGeomStdAbw<T> rec;
+            rec.converged = true;
+            rec.iterations = 77u;
+            CqGeomFitPrm<T> prm;
+            prm.maxIter = c.maxIter;
+            if (m)
+                approximate<T>::fitEllipseGeomLM(c.pts, el, rec, prm);
+            else
+                approximate<T>::fitEllipseGeom(c.pts, el, rec, prm);
+            EXPECT_FALSE(el.isValid());
+            EXPECT_FALSE(rec.converged);
+            EXPECT_EQ(rec.iterations, c.iterates ? c.maxIter : 0u);
+            EXPECT_TRUE(std::isnan(rec.sumSqDist) && std::isnan(rec.stdAbw) && std::isnan(rec.uA) &&
+                        std::isnan(rec.uCenterX) && std::isnan(rec.uCenterY) && std::isnan(rec.uB) &&
+                        std::isnan(rec.uAngle));
+            Cellipse2<T> el2(Cpoint2<T>(T(1), T(1)), T(2), T(1), T(0));
+            if (m)
+                approximate<T>::fitEllipseGeomLM(c.pts, el2, prm);
+            else
+                approximate<T>::fitEllipseGeom(c.pts, el2, prm);
+            EXPECT_FALSE(el2.isValid());
+        }
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwEllipse(good, Cellipse2<T>())));
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwEllipse(
+        std::vector<Cpoint2<T>>(1, good[0]), Cellipse2<T>(Cpoint2<T>(T(0), T(0)), T(2), T(1), T(0)))));
+}
+
+// Near-circular ellipses with noise (where the angle is poorly determined)
+// converge; both methods reach the same minimum.
+TEST(EllipseFitNoise, NearCircularConvergesAndMethodsAgree) {
+    const Ell e{500.0, -250.0, 10.0, 9.99, 0.8};
+    for (std::uint64_t seed = 1; seed <= 3; ++seed) {
+        SCOPED_TRACE(seed);
+        const std::vector<Cpoint2<double>> pts = noisyEllipse<double>(e, 10000, 1e-3 * e.a, seed);
+        Cellipse2<double> g, l;
+        CqEllipseGeomStdAbw<double> rg, rl;
+        approximate<double>::fitEllipseGeom(pts, g, rg);
+        approximate<double>::fitEllipseGeomLM(pts, l, rl);
+        ASSERT_TRUE(g.isValid());
+        ASSERT_TRUE(l.isValid());
+        EXPECT_TRUE(rg.converged && rl.converged);
+        EXPECT_NEAR(g.a(), e.a, 5e-3);
+        EXPECT_NEAR(g.b(), e.b, 5e-3);
+        EXPECT_LE(std::fabs(g.center().x - e.xc) + std::fabs(g.center().y - e.yc), 5e-3);
+        EXPECT_NEAR(g.center().x, l.center().x, 1e-9 * e.a);
+        EXPECT_NEAR(g.center().y, l.center().y, 1e-9 * e.a);
+        EXPECT_NEAR(g.a(), l.a(), 1e-9 * e.a);
+        EXPECT_NEAR(g.b(), l.b(), 1e-9 * e.a);
+        EXPECT_LE(angleDiff(g.angle(), l.angle()), 1e-6);
+        EXPECT_NEAR(rg.sumSqDist, rl.sumSqDist, 1e-10 * rg.sumSqDist);
+        // sumSqDist is the sum of the squared distances of the existing distance query.
+        std::vector<double> d;
+        geometric<double>::distance(g, pts, d);
+        double ss = 0.0;
+        for (double v : d) ss += v * v;
+        EXPECT_NEAR(rg.sumSqDist, ss, 1e-9 * ss);
+        EXPECT_NEAR(rg.stdAbw, std::sqrt(ss / (pts.size() - 5)), 1e-9 * rg.stdAbw);
+    }
+}
+
+// The reported standard uncertainties match the spread of the parameters over
+// noise seeds (within 20 %), on a full ellipse and on a half arc.
+TEST(EllipseFitNoise, UncertaintiesMatchSpreadOverSeeds) {
+    const Ell e{30.0, 40.0, 12.0, 7.0, -0.6};
+    const double arcs[] = {2 * kPi, kPi};
+    for (double arc : arcs) {
+        SCOPED_TRACE(arc);
+        const int seeds = 300;
+        double sum[5] = {0}, sum2[5] = {0}, rep[5] = {0};
+        for (int k = 0; k < seeds; ++k) {
+            const std::vector<Cpoint2<double>> pts = noisyEllipse<double>(e, 100, 0.05, 1000 + k, arc);
+            Cellipse2<double> el;
+            CqEllipseGeomStdAbw<double> rec;
+            approximate<double>::fitEllipseGeom(pts, el, rec);
+            ASSERT_TRUE(el.isValid());
+            const double v[5] = {el.center().x, el.center().y, el.a(), el.b(),
+                                 e.th + std::remainder(el.angle() - e.th, kPi)};
+            const double u[5] = {rec.uCenterX, rec.uCenterY, rec.uA, rec.uB, rec.uAngle};
+            for (int j = 0; j < 5; ++j) {
+                sum[j] += v[j];
+                sum2[j] += v[j] * v[j];
+                rep[j] += u[j] * u[j];
+            }
+        }
+        for (int j = 0; j < 5; ++j) {
+            SCOPED_TRACE(j);
+            const double spread = std::sqrt((sum2[j] - sum[j] * sum[j] / seeds) / (seeds - 1));
+            const double reported = std::sqrt(rep[j] / seeds);
+            EXPECT_NEAR(reported / spread, 1.0, 0.2);
+        }
+    }
+}
+
 }  // namespace
