@@ -12,9 +12,11 @@
 // eliminated: (U + lam I - sum W_i W_i^T / (V_i + lam)) dq =
 // -(g_q - sum W_i g_i / (V_i + lam)), then dt_i = -(g_i + W_i . dq) / (V_i + lam).
 // An iteration is two passes over the points and one 5x5 Cholesky solve.
-// Damping: Nielsen's update (lam *= max(1/3, 1 - (2 rho - 1)^3) on success,
-// lam *= nu, nu *= 2 on failure), lam starting at prm.initDamping times the
-// largest diagonal element of the full J^T J.
+// Damping is Marquardt's, lam times the diagonal of J^T J (so the phases,
+// whose diagonal V_i is small beside that of the centre, are damped in their
+// own scale), lam starting at prm.initDamping and following Nielsen's update
+// (lam *= max(1/3, 1 - (2 rho - 1)^3) on success, lam *= nu, nu *= 2 on
+// failure).  In the equations above, "+ lam I" reads "+ lam diag".
 #include "math_fit_ellipse.h"
 
 #include <algorithm>
@@ -79,7 +81,8 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
             cur.s[i] = std::sin(cur.t[i]);
         }
     }
-    double f = 0.0, lam = -1.0, nu = 2.0;
+    double f = 0.0, lam = double(prm.initDamping), nu = 2.0;
+    if (!(lam > 0.0)) lam = 1e-12;
     {
         const double ca = std::cos(cur.p.v[4]), sa = std::sin(cur.p.v[4]);
         for (std::size_t i = 0; i < n; ++i) {
@@ -94,9 +97,8 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
     while (std::isfinite(f) && it < prm.maxIter) {
         // Pass 1: U, g_q, the phase gradient and the eliminated terms at lam.
         const double ca = std::cos(cur.p.v[4]), sa = std::sin(cur.p.v[4]);
-        double U[25] = {0}, gq[5] = {0}, gmax = 0.0, vmax = 0.0;
-        double S[25] = {0}, h[5] = {0};  // sum W W^T / (V + lam), sum W g / (V + lam)
-        const bool firstLam = lam < 0.0;
+        double U[25] = {0}, gq[5] = {0}, gmax = 0.0;
+        double S[25] = {0}, h[5] = {0};  // sum W W^T / (V (1 + lam)), sum W g / (V (1 + lam))
         for (std::size_t i = 0; i < n; ++i) {
             PointBlock b;
             pointBlock(cur.p, ca, sa, d.x[i], d.y[i], cur.c[i], cur.s[i], b);
@@ -109,13 +111,10 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
                 for (int l = k; l < 5; ++l) U[k * 5 + l] += b.A[2 * k] * b.A[2 * l] + b.A[2 * k + 1] * b.A[2 * l + 1];
             }
             gmax = std::max(gmax, std::fabs(gi));
-            vmax = std::max(vmax, V);
-            if (!firstLam) {
-                const double w = 1.0 / (V + lam);
-                for (int k = 0; k < 5; ++k) {
-                    h[k] += W[k] * gi * w;
-                    for (int l = k; l < 5; ++l) S[k * 5 + l] += W[k] * W[l] * w;
-                }
+            const double w = 1.0 / (V * (1.0 + lam));
+            for (int k = 0; k < 5; ++k) {
+                h[k] += W[k] * gi * w;
+                for (int l = k; l < 5; ++l) S[k * 5 + l] += W[k] * W[l] * w;
             }
         }
         for (int k = 0; k < 5; ++k) gmax = std::max(gmax, std::fabs(gq[k]));
@@ -123,27 +122,21 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
             conv = true;
             break;
         }
-        if (firstLam) {  // the initial damping needs the diagonal: redo the pass with lam set
-            double dmax = vmax;
-            for (int k = 0; k < 5; ++k) dmax = std::max(dmax, U[k * 5 + k]);
-            lam = double(prm.initDamping) * dmax;
-            if (!(lam > 0.0)) lam = 1e-300;
-            continue;
-        }
         ++it;
         double R[25], rhs[5], dq[5];
         for (int k = 0; k < 5; ++k) {
             rhs[k] = -(gq[k] - h[k]);
             for (int l = k; l < 5; ++l) R[k * 5 + l] = U[k * 5 + l] - S[k * 5 + l];
+            R[k * 5 + k] += lam * U[k * 5 + k];
         }
-        if (!solve5(R, lam, rhs, dq)) break;
+        if (!solve5(R, 0.0, rhs, dq)) break;
         // Pass 2: back-substitution of the phases, trial residuals, predicted decrease.
         trial.p = cur.p;
         for (int k = 0; k < 5; ++k) trial.p.v[k] += dq[k];
         bool small = smallStep(dq, cur.p, stepTol);
         double ft = 0.0, hh = 0.0, hg = 0.0;
         for (int k = 0; k < 5; ++k) {
-            hh += dq[k] * dq[k];
+            hh += U[k * 5 + k] * dq[k] * dq[k];
             hg += dq[k] * gq[k];
         }
         const double tca = std::cos(trial.p.v[4]), tsa = std::sin(trial.p.v[4]);
@@ -155,9 +148,9 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
             const double gi = b.B[0] * b.r[0] + b.B[1] * b.r[1];
             double wd = 0.0;
             for (int k = 0; k < 5; ++k) wd += (b.A[2 * k] * b.B[0] + b.A[2 * k + 1] * b.B[1]) * dq[k];
-            const double dt = -(gi + wd) / (V + lam);
+            const double dt = -(gi + wd) / (V * (1.0 + lam));
             if (!(std::fabs(dt) <= tlim)) small = false;
-            hh += dt * dt;
+            hh += V * dt * dt;
             hg += dt * gi;
             trial.t[i] = cur.t[i] + dt;
             trial.c[i] = std::cos(trial.t[i]);

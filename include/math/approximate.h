@@ -325,8 +325,9 @@ public:
     //    per-point phase block is diagonal and eliminated (Schur complement),
     //    so an iteration costs O(n) and solves a 5x5 system; no foot-point
     //    search is needed while iterating (phases start from the angles of
-    //    the points in the start ellipse's frame).  More robust from poor
-    //    starts, usually some more iterations.
+    //    the points in the start ellipse's frame).  The damping is
+    //    Marquardt's: prm.initDamping times the diagonal of J^T J, so that
+    //    each phase is damped in its own scale.
     // Refused input (the ellipse invalid, the record as described there):
     // fewer than 5 points, a non-finite coordinate (ends the fit before any
     // iteration), all points coincident, collinear points (smallest spread
