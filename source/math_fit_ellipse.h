@@ -80,7 +80,7 @@ void writeResult(Normalised const& d, Par const& p, bool ok, std::uint32_t itera
 // angle of an exact circle).
 constexpr double kFlat = 64.0 * 2.220446049250313e-16;
 constexpr double kFlatAbs = 1e-28;
-constexpr int kFlatSteps = 3;
+constexpr int kFlatSteps = 1;
 
 // Relative step test of CqGeomFitPrm: |step_k| <= tol * (tol + scale_k) for
 // every component.  The scale of a semi-axis is its value; centre
