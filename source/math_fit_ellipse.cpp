@@ -387,9 +387,14 @@ bool sane(Par& p) {
            std::fabs(p.v[0]) < kAxisLimit && std::fabs(p.v[1]) < kAxisLimit;
 }
 
-void finalEval(Normalised const& d, Par const& p, Final& f) {
+void finalEval(Normalised const& d, Par const& p, Final& f, double const* jtjAt, double sumAt) {
     double jtj[25], jtr[5];
-    f.sumSq = evalOrthogonal(d, p, jtj, jtr);
+    if (jtjAt) {
+        std::copy(jtjAt, jtjAt + 25, jtj);
+        f.sumSq = sumAt;
+    } else {
+        f.sumSq = evalOrthogonal(d, p, jtj, jtr);
+    }
     const std::size_t n = d.n();
     f.stdAbw = n > 5 ? std::sqrt(f.sumSq / double(n - 5)) : kNaN;
     for (int i = 0; i < 5; ++i)
@@ -404,7 +409,7 @@ void finalEval(Normalised const& d, Par const& p, Final& f) {
 
 template <class T>
 void writeResult(Normalised const& d, Par const& p, bool ok, std::uint32_t iterations, Cellipse2<T>& el,
-                 CqEllipseGeomStdAbw<T>* rec) {
+                 CqEllipseGeomStdAbw<T>* rec, double const* jtjAt, double sumAt) {
     if (rec) *rec = CqEllipseGeomStdAbw<T>();
     if (rec) rec->iterations = iterations;
     if (!ok) {
@@ -412,7 +417,7 @@ void writeResult(Normalised const& d, Par const& p, bool ok, std::uint32_t itera
         return;
     }
     Final f{kNaN, kNaN, {kNaN, kNaN, kNaN, kNaN, kNaN}};
-    if (rec) finalEval(d, p, f);
+    if (rec) finalEval(d, p, f, jtjAt, sumAt);
     double a = p.v[2], b = p.v[3], th = p.v[4];
     double ua = f.u[2], ub = f.u[3];
     if (a < b) {
@@ -452,7 +457,7 @@ void fitGN(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
     const double stepTol = double(prm.relStepTol), gradTol = double(prm.gradTol);
     double jtj[25], jtr[5], tj[25], tr[5];
     double f = evalOrthogonal(d, p, jtj, jtr);
-    bool conv = false;
+    bool conv = false, evalAtP = true;  // jtj, jtr and f belong to p
     std::uint32_t it = 0;
     int flat = 0;
     while (std::isfinite(f) && it < prm.maxIter) {
@@ -492,7 +497,7 @@ void fitGN(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
         if (smallStep(step, p, stepTol)) {
             Par q = p;
             for (int k = 0; k < 5; ++k) q.v[k] += step[k];
-            if (sane(q)) p = q;
+            if (sane(q)) p = q, evalAtP = false;
             conv = true;
             break;
         }
@@ -513,7 +518,7 @@ void fitGN(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
         }
         if (!accepted) break;  // no decrease although the model predicts one: not converged
     }
-    writeResult(d, p, conv, it, el, rec);
+    writeResult(d, p, conv, it, el, rec, evalAtP ? jtj : nullptr, f);
 }
 
 }  // namespace
@@ -550,7 +555,8 @@ T approximate<T>::StdAbwEllipse(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>
     template bool ellipse_detail::normalise(std::vector<Cpoint2<T>> const&, double,                     \
                                             ellipse_detail::Normalised&);                              \
     template void ellipse_detail::writeResult(ellipse_detail::Normalised const&, ellipse_detail::Par const&, \
-                                              bool, std::uint32_t, Cellipse2<T>&, CqEllipseGeomStdAbw<T>*); \
+                                              bool, std::uint32_t, Cellipse2<T>&, CqEllipseGeomStdAbw<T>*, \
+                                              double const*, double);                                  \
     template void approximate<T>::fitEllipseGeom(std::vector<Cpoint2<T>> const&, Cellipse2<T>&,        \
                                                  CqGeomFitPrm<T> const&);                              \
     template void approximate<T>::fitEllipseGeom(std::vector<Cpoint2<T>> const&, Cellipse2<T>&,        \

@@ -63,14 +63,16 @@ bool invDiag5(double const* A, double* diag);
 // a, b > 0 and finite, below the collapse limits; folds negative axes.
 bool sane(Par& p);
 
-// Final evaluation at p (orthogonal distances, covariance).
-void finalEval(Normalised const& d, Par const& p, Final& f);
+// Final evaluation at p (orthogonal distances, covariance); jtjAt and sumAt,
+// when given, are evalOrthogonal's results at p and save that pass.
+void finalEval(Normalised const& d, Par const& p, Final& f, double const* jtjAt = nullptr, double sumAt = 0.0);
 
 // Writes the ellipse (a >= b, angle in (-pi/2, pi/2], mapped back) and the
 // record; on failure the ellipse is invalid and the record says so.
 template <class T>
 void writeResult(Normalised const& d, Par const& p, bool ok, std::uint32_t iterations,
-                 Cellipse2<T>& el, CqEllipseGeomStdAbw<T>* rec);
+                 Cellipse2<T>& el, CqEllipseGeomStdAbw<T>* rec, double const* jtjAt = nullptr,
+                 double sumAt = 0.0);
 
 // A decrease of the sum of squares predicted by the linear model below
 // kFlat * sum + kFlatAbs * n (normalised units) is below the resolution of

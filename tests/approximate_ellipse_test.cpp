@@ -315,4 +315,28 @@ TEST(EllipseFitNoise, UncertaintiesMatchSpreadOverSeeds) {
     }
 }
 
+// An exact circle is an ellipse with a == b: fitted, angle free, uncertainties NaN.
+TEST(EllipseFitRef, ExactCircle) {
+    for (double off : {0.0, 1e6}) {
+        std::vector<Cpoint2<double>> pts;
+        for (int i = 0; i < 50; ++i) {
+            const double t = 2 * kPi * i / 50 + 0.1;
+            pts.emplace_back(off + 5 + 3 * std::cos(t), off - 2 + 3 * std::sin(t));
+        }
+        for (int m = 0; m < 2; ++m) {
+            SCOPED_TRACE(::testing::Message() << off << (m ? " LM" : " GN"));
+            Cellipse2<double> el;
+            CqEllipseGeomStdAbw<double> rec;
+            (m ? Methods<double>::lm : Methods<double>::gn)(pts, el, rec);
+            ASSERT_TRUE(el.isValid());
+            EXPECT_TRUE(rec.converged);
+            EXPECT_NEAR(el.a(), 3.0, 3e-9);
+            EXPECT_NEAR(el.b(), 3.0, 3e-9);
+            EXPECT_NEAR(el.center().x, off + 5, 3e-9);
+            EXPECT_NEAR(el.center().y, off - 2, 3e-9);
+            EXPECT_TRUE(std::isnan(rec.uAngle) && std::isnan(rec.uA) && std::isnan(rec.uCenterX));
+        }
+    }
+}
+
 }  // namespace

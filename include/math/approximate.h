@@ -334,7 +334,8 @@ public:
     // below 16 machine epsilons of T relative to the largest), no ellipse
     // from the start fit, a semi-axis collapsing or exceeding 1e6 times the
     // data's RMS radius, and no convergence within prm.maxIter.  Exact circles
-    // are fitted (a == b, angle 0 with uAngle NaN).
+    // are fitted: a == b to rounding, an arbitrary angle, and (J^T J being
+    // singular) all five uncertainties NaN.
     //
     // Accuracy (tests/approximate_ellipse_test.cpp): exact points of ellipses
     // with b/a from 0.05 to 0.999, rotated, at the origin and 10^6 away: every
