@@ -479,7 +479,7 @@ void fitGN(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
         // Decrease predicted by the Gauss-Newton model.
         double pred = 0.0;
         for (int k = 0; k < 5; ++k) pred -= step[k] * jtr[k];
-        if (pred <= kFlat * f + kFlatAbs * double(d.n())) {
+        if (pred <= flatLevel(f, d.n())) {
             // The sum of squares cannot judge such a step: take it whole.
             Par q = p;
             for (int k = 0; k < 5; ++k) q.v[k] += step[k];

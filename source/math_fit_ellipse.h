@@ -7,6 +7,7 @@
 
 #include <math/approximate.h>
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -74,15 +75,21 @@ void writeResult(Normalised const& d, Par const& p, bool ok, std::uint32_t itera
                  Cellipse2<T>& el, CqEllipseGeomStdAbw<T>* rec, double const* jtjAt = nullptr,
                  double sumAt = 0.0);
 
-// A decrease of the sum of squares predicted by the linear model below
-// kFlat * sum + kFlatAbs * n (normalised units) is below the resolution of
-// the sum itself, which can then no longer judge a step: such steps are taken
-// whole, and kFlatSteps of them in a row count as convergence (the iteration
-// contracts at every one of them; the remaining motion is rounding, e.g. the
-// angle of an exact circle).
+// Resolution of a sum of squares f of n distances (normalised units): each
+// distance carries a rounding error of a few ulps of the data's scale (1), so
+// f is uncertain by about 2 eps sum |d_i| <= 2 eps sqrt(n f), plus the
+// rounding of the sum itself.  A decrease predicted by the linear model below
+// this level cannot be judged by comparing sums: such a step is taken whole,
+// and kFlatSteps of them in a row count as convergence (the iteration
+// contracts at each; what remains is rounding, e.g. the angle of an exact
+// circle).  The Levenberg-Marquardt form, whose sums come from the phase
+// residuals, uses the stricter kFlat * f alone (its damped steps would
+// otherwise be judged flat too early).
 constexpr double kFlat = 64.0 * 2.220446049250313e-16;
-constexpr double kFlatAbs = 1e-28;
-constexpr int kFlatSteps = 1;
+constexpr int kFlatSteps = 3;
+inline double flatLevel(double f, std::size_t n) {
+    return kFlat * (f + std::sqrt(double(n) * f)) + 1e-28 * double(n);
+}
 
 // Relative step test of CqGeomFitPrm: |step_k| <= tol * (tol + scale_k) for
 // every component.  The scale of a semi-axis is its value; centre

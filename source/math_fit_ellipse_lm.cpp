@@ -162,8 +162,8 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
         const double pred = 0.5 * (lam * hh - hg);  // decrease of sum r^2 / 2 predicted by the model
         const bool flipA = trial.p.v[2] < 0.0, flipB = trial.p.v[3] < 0.0;
         const bool ok = sane(trial.p) && std::isfinite(ft);
-        const bool flatStep = pred <= kFlat * f + kFlatAbs * double(n);
-        if (ok && (ft < f || (flatStep && ft <= f * (1.0 + kFlat) + kFlatAbs * double(n)))) {
+        const bool flatStep = pred <= kFlat * f + 1e-28 * double(n);
+        if (ok && (ft < f || (flatStep && ft <= f + flatLevel(f, n)))) {
             const double rho = pred > 0.0 ? 0.5 * (f - ft) / pred : 1.0;
             std::swap(cur, trial);
             f = ft;

@@ -328,6 +328,13 @@ public:
     //    the points in the start ellipse's frame).  The damping is
     //    Marquardt's: prm.initDamping times the diagonal of J^T J, so that
     //    each phase is damped in its own scale.
+    // Convergence: the gradient and step tests of CqGeomFitPrm (the step test
+    // reads |parameter| as 1 for the centre, in units of the data's RMS
+    // radius, and for the angle), or three steps in a row whose predicted
+    // decrease of the sum of squares is below the sum's own rounding level.
+    // Short noisy arcs (below about 80 degrees with noise above 1e-4 b) are
+    // ill-posed: there the fits may need more than maxIter iterations
+    // (invalid result) or the two methods may end in different local minima.
     // Refused input (the ellipse invalid, the record as described there):
     // fewer than 5 points, a non-finite coordinate (ends the fit before any
     // iteration), all points coincident, collinear points (smallest spread
