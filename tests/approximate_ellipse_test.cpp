@@ -190,6 +190,38 @@ std::vector<Cpoint2<T>> noisyEllipse(Ell const& e, int n, double sigma, std::uin
     return pts;
 }
 
+// Random well-posed data (arcs of 180 degrees and more, noise up to 1e-3 b,
+// float and double): both methods converge to the same minimum, a >= b, the
+// angle in (-pi/2, pi/2].
+TYPED_TEST(EllipseFit, RandomWellPosedDataBothMethodsAgree) {
+    typedef TypeParam T;
+    std::mt19937_64 rng(2024);
+    std::uniform_real_distribution<double> U(0.0, 1.0);
+    for (int k = 0; k < 150; ++k) {
+        const double a = 1 + 99 * U(rng), b = a * (0.05 + 0.9 * U(rng));
+        const Ell e{200 * U(rng) - 100, 200 * U(rng) - 100, a, b, 7 * U(rng) - 3.5};
+        const double arc = kPi + kPi * U(rng), sigma = b * std::pow(10.0, -6 + 3 * U(rng));
+        const int n = 8 + int(300 * U(rng));
+        const std::vector<Cpoint2<T>> pts = noisyEllipse<T>(e, n, sigma, 500 + k, arc);
+        SCOPED_TRACE(::testing::Message() << "case " << k << " n " << n << " b/a " << b / a << " arc " << arc);
+        Cellipse2<T> g, l;
+        CqEllipseGeomStdAbw<T> rg, rl;
+        approximate<T>::fitEllipseGeom(pts, g, rg);
+        approximate<T>::fitEllipseGeomLM(pts, l, rl);
+        ASSERT_TRUE(g.isValid() && l.isValid());
+        EXPECT_TRUE(rg.converged && rl.converged);
+        for (Cellipse2<T> const* el : {&g, &l}) {
+            EXPECT_GE(el->a(), el->b());
+            EXPECT_GT(el->angle(), -T(kPi / 2));
+            EXPECT_LE(el->angle(), T(kPi / 2));
+        }
+        const double tol = tolOf<T>(1e-8, 1e-3);
+        EXPECT_NEAR(double(rg.sumSqDist), double(rl.sumSqDist), tol * double(rg.sumSqDist) + 1e-24);
+        EXPECT_NEAR(double(g.a()), double(l.a()), tol * a);
+        EXPECT_NEAR(double(g.b()), double(l.b()), tol * a);
+    }
+}
+
 // Refused input: the ellipse is invalid, the record says not converged, how
 // many iterations were used, and holds NaN.
 TYPED_TEST(EllipseFit, BadInputGivesInvalidEllipseAndRecord) {
