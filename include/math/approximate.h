@@ -248,6 +248,34 @@ struct CqCylinderGeomStdAbw {
     T uRadius = quietNaN<T>();
 };
 
+// Result record of the geometric ellipse fits (fitEllipseGeom,
+// fitEllipseGeomLM).  After a successful fit:
+//  - iterations: iterations used (each solves one 5x5 system);
+//  - converged: true;
+//  - sumSqDist: sum of the squared orthogonal distances of the points from
+//    the fitted ellipse;
+//  - stdAbw: sqrt(sumSqDist / (n - 5)), five fitted parameters;
+//  - uCenterX, uCenterY, uA, uB, uAngle: standard uncertainties of the
+//    parameters, the square roots of the diagonal of stdAbw^2 * (J^T J)^-1
+//    with J the Jacobian of the orthogonal distances at the solution.  They
+//    assume independent residuals of equal variance; NaN when J^T J is
+//    singular (an exact circle leaves the angle undetermined) or n == 5.
+// After a failed fit the ellipse is invalid, converged is false, iterations
+// holds the iterations used (0 when the input was refused before iterating)
+// and every T field is NaN.
+template <class T>
+struct CqEllipseGeomStdAbw {
+    std::uint32_t iterations = 0u;
+    bool converged = false;
+    T sumSqDist = quietNaN<T>();
+    T stdAbw = quietNaN<T>();
+    T uCenterX = quietNaN<T>();
+    T uCenterY = quietNaN<T>();
+    T uA = quietNaN<T>();
+    T uB = quietNaN<T>();
+    T uAngle = quietNaN<T>();
+};
+
 // Static fitting functions; the class holds no state.
 template <class T>
 class METROMATH_API approximate {
@@ -388,6 +416,86 @@ public:
     static T StdAbwCircle2(std::vector<Cpoint2<T>> const& pts, Ccircle2<T> const& circle);
     // d = distance of a point from the sphere's centre; the radius is not read.
     static T StdAbwSphere(std::vector<Cpoint3<T>> const& pts, Csphere3<T> const& sphere);
+
+    // -----------------------------------------------------------------------
+    // Geometric ellipse fits: the ellipse (centre, semi-axes a >= b > 0, angle
+    // of the a axis in (-pi/2, pi/2]) minimising the sum of squared orthogonal
+    // distances of the points.  Both methods
+    //  - compute in double (also for float input) on data translated to the
+    //    centroid and scaled by the RMS distance from it, and map the result
+    //    back, so that offset and unit of length do not matter;
+    //  - start from the direct least-squares conic fit constrained to an
+    //    ellipse (4AC - B^2 = 1, the Halir-Flusser form of Fitzgibbon's fit)
+    //    on the normalised data;
+    //  - use analytic Jacobians and the tolerances of prm (see CqGeomFitPrm);
+    //  - reach the same minimum on the same data (they differ by rounding
+    //    only, far below the tolerances, on well-posed data) and report it in
+    //    the record through the same final evaluation, so that sumSqDist and
+    //    the uncertainties agree between them;
+    //  - are deterministic: no randomness, same input, same bits.
+    // They differ in how the minimum is sought:
+    //  - fitEllipseGeom: Gauss-Newton on the orthogonal distances themselves.
+    //    Every iteration finds the foot point of every point on the current
+    //    ellipse (Newton's method on the foot-point equation in the phase,
+    //    kept inside the quadrant that brackets the root; the same foot
+    //    points as geometric<T>::distance) and the exact derivative of the
+    //    signed distance, -n . dX/dparameter at the foot point.  A step that does not
+    //    lower the sum of squares is halved (at most 30 times).  Five
+    //    unknowns; one foot-point search per point and iteration.
+    //  - fitEllipseGeomLM: Levenberg-Marquardt over centre, axes, angle and one
+    //    phase t_i per point, residuals p_i - X(t_i) (two per point).  The
+    //    per-point phase block is diagonal and eliminated (Schur complement),
+    //    so an iteration costs O(n) and solves a 5x5 system; no foot-point
+    //    search is needed while iterating (phases start from the angles of
+    //    the points in the start ellipse's frame).  The damping is
+    //    Marquardt's: prm.initDamping times the diagonal of J^T J, so that
+    //    each phase is damped in its own scale.
+    // Convergence: the gradient and step tests of CqGeomFitPrm (the step test
+    // reads |parameter| as 1 for the centre, in units of the data's RMS
+    // radius, and for the angle), or three steps in a row whose predicted
+    // decrease of the sum of squares is below the sum's own rounding level.
+    // Short noisy arcs (below about 80 degrees with noise above 1e-4 b) are
+    // ill-posed: there the fits may need more than maxIter iterations
+    // (invalid result) or the two methods may end in different local minima.
+    // Refused input (the ellipse invalid, the record as described there):
+    // fewer than 5 points, a non-finite coordinate (ends the fit before any
+    // iteration), all points coincident, collinear points (smallest spread
+    // below 16 machine epsilons of T relative to the largest), no ellipse
+    // from the start fit, a semi-axis collapsing or exceeding 1e6 times the
+    // data's RMS radius, and no convergence within prm.maxIter.  Exact circles
+    // are fitted: a == b to rounding, an arbitrary angle, and (J^T J being
+    // singular) all five uncertainties NaN.
+    //
+    // Accuracy (tests/approximate_ellipse_test.cpp): exact points of ellipses
+    // with b/a from 0.05 to 0.999, rotated: every parameter (centre relative
+    // to a, angle in radians) within 4e-14 (Gauss-Newton) and 2e-13
+    // (Levenberg-Marquardt) at the origin, within 3e-10 at 10^6 mm (the
+    // rounding of the input coordinates, 1e-10 mm, seen through the angle of
+    // a nearly circular ellipse), 4e-6 in float.  Reference data built with
+    // deviations in the null space of the Jacobian, rotated and moved
+    // 1000 mm out: parameters, sumSqDist and stdAbw to 1e-9.  Near-circular
+    // ellipses (b/a = 0.999, 10^4 points, noise 1e-3 a) converge to a valid
+    // ellipse; the uncertainties match the spread over 300 noise seeds
+    // within 20 %.
+    static void fitEllipseGeom(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+                               CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
+    static void fitEllipseGeom(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+                               CqEllipseGeomStdAbw<T>& rec,
+                               CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
+    static void fitEllipseGeomLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+                                 CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
+    static void fitEllipseGeomLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+                                 CqEllipseGeomStdAbw<T>& rec,
+                                 CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
+
+    // d = signed orthogonal distance of a point from the ellipse
+    // (geometric<T>::distance, negative inside), taken as the other measures:
+    // sqrt((sum d^2 - (sum d)^2 / n) / (n - 1)) about the mean, sums in
+    // double.  Fewer than 2 points or an invalid ellipse give NaN.  Unlike the
+    // record's stdAbw (root of sum d^2 / (n - 5)) it does not see a constant
+    // offset of all distances.
+    static T StdAbwEllipse(std::vector<Cpoint2<T>> const& pts, Cellipse2<T> const& ellipse);
+
 
     // -----------------------------------------------------------------------
     // Orthogonal (total least squares) fits.  Too few points: n < 2 (lines) or
