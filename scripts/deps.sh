@@ -3,7 +3,7 @@
 # Usage: scripts/deps.sh [extra-package ...]
 set -euo pipefail
 pkgs=(cmake g++ make googletest libgtest-dev libgmock-dev libbenchmark-dev libeigen3-dev
-      libcli11-dev nlohmann-json3-dev python3 "$@")
+      libcli11-dev nlohmann-json3-dev libloki-dev python3 "$@")
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

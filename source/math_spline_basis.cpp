@@ -1,0 +1,279 @@
+// CsplineBasis: knot vectors and the Cox-de Boor evaluation of the basis.
+#include <math/spline.h>
+
+#include <core/memtracker.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <string>
+
+namespace math {
+
+namespace {
+
+// Throws when a knot vector of `count` doubles would not fit into the byte
+// counts of the tracked allocator (the library's limit for any block).
+void checkKnotCount(std::uint64_t count) {
+    const unsigned bytes = core::memTracker_bytes(count, sizeof(double));
+    if (bytes == ~0u) throw CthrowBase(CthrowBase::ERR_CORE_NOMEMORY, "") << std::to_string(bytes);
+}
+
+// One level d of the recursion at index i, from the previous level's values.
+// Each term is 0 when its source value or its denominator is 0; terms are
+// evaluated left to right, ((t - x_i) * N_i) / a.  Shared by the full-vector
+// and the local evaluation so that both give the same bits.
+struct Level {
+    double a, b, tl, tr;  // x[i+d-1] - x[i], x[i+d] - x[i+1], t - x[i], x[i+d] - t
+    Level(double const* x, unsigned i, unsigned d, double t)
+        : a(x[i + d - 1] - x[i]), b(x[i + d] - x[i + 1]), tl(t - x[i]), tr(x[i + d] - t) {}
+    double value(double n0, double n1) const {
+        const double left = (n0 != 0 && a != 0) ? tl * n0 / a : 0.0;
+        const double right = (n1 != 0 && b != 0) ? tr * n1 / b : 0.0;
+        return left + right;
+    }
+    // First (c = 1) and second (c = 2) derivatives: c*lo0/a - c*lo1/b + tl*hi0/a + tr*hi1/b,
+    // lo the values one derivative lower, hi those of the same derivative.
+    double deriv(double c, double lo0, double lo1, double hi0, double hi1) const {
+        const double t1 = (lo0 != 0 && a != 0) ? c * lo0 / a : 0.0;
+        const double t2 = (lo1 != 0 && b != 0) ? c * lo1 / b : 0.0;
+        const double t3 = (hi0 != 0 && a != 0) ? tl * hi0 / a : 0.0;
+        const double t4 = (hi1 != 0 && b != 0) ? tr * hi1 / b : 0.0;
+        return t1 - t2 + t3 + t4;
+    }
+};
+
+// Index of the last non-empty interval [x[i], x[i+1]) with i <= last; -1 when none.
+long lastNonEmpty(std::vector<double> const& x, long last) {
+    for (long i = last; i >= 0; --i)
+        if (x[i] < x[i + 1]) return i;
+    return -1;
+}
+
+// The recursion of basis/dbasis on the full vectors, levels 2 ... k over the
+// window w ... w+k-1, never past the end of N nor past the last knot.
+void recurFull(std::vector<double> const& x, unsigned k, unsigned w, double t, double* N, double* D1,
+               double* D2, std::size_t sizeN) {
+    const std::size_t nk = x.size();
+    for (unsigned d = 2; d <= k; ++d) {
+        for (unsigned i = w; i < w + k && i + 1 < sizeN; ++i) {
+            if (i + d >= nk) break;
+            const Level L(x.data(), i, d, t);
+            if (D1 == nullptr) {
+                if (N[i] != 0 || N[i + 1] != 0) N[i] = L.value(N[i], N[i + 1]);
+            } else {
+                const double n0 = N[i], n1 = N[i + 1], e0 = D1[i], e1 = D1[i + 1];
+                N[i] = L.value(n0, n1);
+                D1[i] = L.deriv(1.0, n0, n1, e0, e1);
+                D2[i] = L.deriv(2.0, e0, e1, D2[i], D2[i + 1]);
+            }
+        }
+    }
+}
+
+}  // namespace
+
+double CsplineBasis::EPS() { return tol::epsDouble; }
+
+void* CsplineBasis::operator new(std::size_t size) {
+    return core_memTracker_malloc(core::memTracker_bytes(size, 1), true);
+}
+void CsplineBasis::operator delete(void* p) noexcept { core_memTracker_free(p); }
+
+CsplineBasis::CsplineBasis(int order, int nCtrl) : m_order(order) {
+    if (order < 0 || nCtrl < 0) throw CthrowSpline(CthrowSpline::ERR_INVALID_ARGUMENT, "");
+    checkKnotCount(std::uint64_t(order) + std::uint64_t(nCtrl));
+    m_knots.resize(std::size_t(order) + std::size_t(nCtrl));
+    knot(static_cast<unsigned>(nCtrl));
+}
+
+CsplineBasis::CsplineBasis(int order, enKnots kind, CbaseVecN<Cpoint3<double>> const& points) : m_order(order) {
+    if (order < 0) throw CthrowSpline(CthrowSpline::ERR_INVALID_ARGUMENT, "");
+    checkKnotCount(std::uint64_t(order) + points.size());
+    m_knots.resize(std::size_t(order) + points.size());
+    const unsigned n = static_cast<unsigned>(points.size());
+    switch (kind) {
+        case KNOT_OPEN: knot(n); break;
+        case KNOT_CHORD: knotc(points); break;
+        case KNOT_PERIODIC: knotu(n); break;
+        default: break;  // unknown kind: the zeros stay
+    }
+}
+
+CsplineBasis::CsplineBasis(CsplineBasis const& other) = default;
+CsplineBasis& CsplineBasis::operator=(CsplineBasis const& other) = default;
+CsplineBasis::~CsplineBasis() = default;
+
+void CsplineBasis::replaceKnotVec(std::vector<double> const& knots) { m_knots = knots; }
+
+unsigned CsplineBasis::ctrlCount() const {
+    const std::size_t k = static_cast<unsigned>(m_order);
+    return m_knots.size() > k ? static_cast<unsigned>(m_knots.size() - k) : 0u;
+}
+
+// Open uniform: x0 = 0, x_i = x_{i-1} + 1 for k-1 < i < n+1 (k unsigned, so
+// order 0 gives all zeros), else x_i = x_{i-1}.
+void CsplineBasis::knot(unsigned n) {
+    if (m_knots.empty()) return;
+    const unsigned k = static_cast<unsigned>(m_order);
+    m_knots[0] = 0.0;
+    for (std::size_t i = 1; i < m_knots.size(); ++i)
+        m_knots[i] = (k - 1 < i && i < std::size_t(n) + 1) ? m_knots[i - 1] + 1.0 : m_knots[i - 1];
+}
+
+void CsplineBasis::knotu(unsigned) {
+    for (std::size_t i = 0; i < m_knots.size(); ++i) m_knots[i] = double(i);
+}
+
+// Chord length: x[k-1+i] = ((n-k+1) C_i + i d_i) / L for i = 1 ... n-k (the
+// extra i*d_i is part of the formula); chords past the last point count 0.
+void CsplineBasis::knotc(CbaseVecN<Cpoint3<double>> const& points) {
+    const long n = long(points.size());
+    const long k = m_order;
+    const std::size_t nd = points.size() > 1 ? points.size() - 1 : 0;
+    std::vector<double> d(nd);
+    double L = 0.0;
+    for (std::size_t j = 0; j < nd; ++j) {
+        d[j] = (points[j + 1] - points[j]).length();
+        L += d[j];
+    }
+    for (long i = 0; i < k && i < long(m_knots.size()); ++i) m_knots[std::size_t(i)] = 0.0;
+    const double span = double(n - k + 1);
+    double C = 0.0;
+    for (long i = 1; i <= n - k; ++i) {
+        const double di = std::size_t(i) < nd ? d[std::size_t(i)] : 0.0;
+        C += std::size_t(i - 1) < nd ? d[std::size_t(i - 1)] : 0.0;
+        m_knots[std::size_t(k - 1 + i)] = (span * C + double(i) * di) / L;
+    }
+    for (std::size_t i = std::size_t(n); i < m_knots.size(); ++i) m_knots[i] = span;
+}
+
+void CsplineBasis::basis(double const& t, std::vector<double>& N, unsigned int& span) const {
+    const std::size_t nk = m_knots.size();
+    const std::size_t sz = nk ? nk - 1 : 0;
+    if (N.size() != sz) N.resize(sz);
+    const unsigned k = static_cast<unsigned>(m_order);
+    double const* x = m_knots.data();
+    bool found = false;
+    for (std::size_t i = 0; i + 1 < sz; ++i) {
+        if (x[i] <= t && t < x[i + 1]) {
+            N[i] = 1.0;
+            span = unsigned(i);
+            found = true;
+        } else {
+            N[i] = 0.0;
+        }
+    }
+    span = span + 1 - k;
+    unsigned w = span;
+    if (nk && t == x[nk - 1]) {
+        const long i = sz >= 2 ? lastNonEmpty(m_knots, long(sz) - 2) : -1;
+        span = unsigned(sz - k - 1);
+        if (i < 0) return;
+        N[std::size_t(i)] = 1.0;
+        w = unsigned(i) + 1 - k;
+        found = true;
+    }
+    if (found) recurFull(m_knots, k, w, t, N.data(), nullptr, nullptr, sz);
+}
+
+void CsplineBasis::dbasis(double const& t, std::vector<double>& N, std::vector<double>& D1, std::vector<double>& D2,
+                          unsigned int& span) const {
+    const std::size_t nk = m_knots.size();
+    const std::size_t sz = nk ? nk - 1 : 0;
+    if (N.size() != sz) N.resize(sz);
+    if (D1.size() != sz) D1.resize(sz);
+    if (D2.size() != sz) D2.resize(sz);
+    const unsigned k = static_cast<unsigned>(m_order);
+    double const* x = m_knots.data();
+    bool found = false;
+    for (std::size_t i = 0; i + 1 < sz; ++i) {
+        D1[i] = D2[i] = 0.0;
+        if (x[i] <= t && t < x[i + 1]) {
+            N[i] = 1.0;
+            span = unsigned(i);
+            found = true;
+        } else {
+            N[i] = 0.0;
+        }
+    }
+    span = span + 1 - k;
+    unsigned w = span;
+    if (nk && t == x[nk - 1]) {
+        const long i = sz >= 2 ? lastNonEmpty(m_knots, long(sz) - 2) : -1;
+        span = unsigned(sz - k - 3);
+        if (i < 0) return;
+        N[std::size_t(i)] = 1.0;
+        w = unsigned(i) + 1 - k;
+        found = true;
+    }
+    if (found) recurFull(m_knots, k, w, t, N.data(), D1.data(), D2.data(), sz);
+}
+
+void CsplineBasis::rbasis(std::vector<double>& N, std::vector<double> const& w, unsigned int const& span) const {
+    const unsigned k = static_cast<unsigned>(m_order);
+    const std::size_t end = std::min(N.size(), w.size());
+    double S = 0.0;
+    for (std::size_t i = span, c = 0; c < k && i < end; ++i, ++c) S += w[i] * N[i];
+    if (std::fabs(S) < EPS()) throw CthrowSpline(CthrowSpline::ERR_INVALID_DIVISION, "");
+    const double inv = 1.0 / S;
+    for (std::size_t i = span, c = 0; c < k && i < end; ++i, ++c) N[i] = w[i] * N[i] * inv;
+}
+
+bool CsplineBasis::localBasis(double t, unsigned& first, double* N, double* D1, double* D2) const {
+    if (m_order < 1) return false;
+    const unsigned k = static_cast<unsigned>(m_order);
+    const std::size_t nk = m_knots.size();
+    if (nk < 2 * std::size_t(k)) return false;
+    const std::size_t n = nk - k;
+    double const* x = m_knots.data();
+    if (!(x[k - 1] <= t && t <= x[n])) return false;
+    // Interval: the last i in [k-1, n-1] with x[i] <= t and x[i] < x[i+1].
+    std::size_t iv;
+    if (t < x[n]) {
+        iv = std::size_t(std::upper_bound(x + k - 1, x + n, t) - x) - 1;
+    } else {
+        const long i = lastNonEmpty(m_knots, long(n) - 1);
+        if (i < long(k) - 1) return false;
+        iv = std::size_t(i);
+    }
+    const unsigned w = unsigned(iv + 1 - k);
+
+    double tmp[64];
+    CbaseVecN<double> heap;
+    if (D2 != nullptr && D1 == nullptr) {
+        if (k <= 64) {
+            D1 = tmp;
+        } else {
+            heap.resize(k);
+            D1 = heap.data();
+        }
+    }
+    for (unsigned j = 0; j < k; ++j) N[j] = 0.0;
+    N[k - 1] = 1.0;
+    if (D1) {
+        for (unsigned j = 0; j < k; ++j) D1[j] = 0.0;
+        if (D2)
+            for (unsigned j = 0; j < k; ++j) D2[j] = 0.0;
+    }
+    // Level d: only w+k-d ... w+k-1 can be non-zero; the others stay +0 as in
+    // the full recursion.  The entry after the window is 0 at every level.
+    for (unsigned d = 2; d <= k; ++d) {
+        for (unsigned j = k - d; j < k; ++j) {
+            const Level L(x, w + j, d, t);
+            const double n1 = j + 1 < k ? N[j + 1] : 0.0;
+            if (D1 == nullptr) {
+                if (N[j] != 0 || n1 != 0) N[j] = L.value(N[j], n1);
+            } else {
+                const double n0 = N[j], e0 = D1[j], e1 = j + 1 < k ? D1[j + 1] : 0.0;
+                N[j] = L.value(n0, n1);
+                D1[j] = L.deriv(1.0, n0, n1, e0, e1);
+                if (D2) D2[j] = L.deriv(2.0, e0, e1, D2[j], j + 1 < k ? D2[j + 1] : 0.0);
+            }
+        }
+    }
+    first = w;
+    return true;
+}
+
+}  // namespace math
