@@ -23,7 +23,7 @@ function(run_step what)
   set(step_output "${out}" PARENT_SCOPE)
 endfunction()
 
-set(expected "product 2 4 4 10\ntext 16\nlength 5\ncaught CthrowMath::ERR_MATRIX_DIMS 2\n")
+set(expected "product 2 4 4 10\ntext 16\nlength 5\ncaught CthrowMath::ERR_MATRIX_DIMS 2\nspline 2 2 2\ncaught CthrowSpline::ERR_INVALID_ORDER\n")
 
 # The sanitized library needs its runtime in every program that loads it.
 set(san_flags "")
@@ -37,7 +37,7 @@ if(BUILD_TYPE)
   set(cfg --config ${BUILD_TYPE})
 endif()
 run_step("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix} ${cfg})
-foreach(f include/math/all.h include/math/matrix_io.h include/math/export.h include/core/stream.h
+foreach(f include/math/all.h include/math/matrix_io.h include/math/spline.h include/math/export.h include/core/stream.h
           include/core/core_export.h)
   if(NOT EXISTS ${prefix}/${f})
     message(FATAL_ERROR "installed tree lacks ${f}")
