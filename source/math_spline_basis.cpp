@@ -8,6 +8,10 @@
 #include <cstdint>
 #include <string>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace math {
 
 namespace {
@@ -42,6 +46,134 @@ struct Level {
         return t1 - t2 + t3 + t4;
     }
 };
+
+// Local evaluation: the triangle of non-zero values over the window w ...
+// w+k-1, with x pointing at knot w and N, D1, D2 at the window's k entries;
+// the entry after the window is 0 at every level.  Every quotient is the
+// Level one (the pair of a level entry, left and right, goes through one
+// two-lane division where SSE2 is there: the same IEEE quotients).
+struct Pair {
+    double q0, q1;
+};
+
+// (num0 / den0, num1 / den1), each 0 unless its source and denominator are non-zero.
+inline Pair guardedDiv(double num0, double num1, double src0, double src1, double den0, double den1) {
+#if defined(__SSE2__)
+    const __m128d zero = _mm_setzero_pd();
+    const __m128d den = _mm_set_pd(den1, den0);
+    const __m128d ok = _mm_and_pd(_mm_cmpneq_pd(_mm_set_pd(src1, src0), zero), _mm_cmpneq_pd(den, zero));
+    const __m128d num = _mm_and_pd(ok, _mm_set_pd(num1, num0));
+    const __m128d d = _mm_or_pd(_mm_and_pd(ok, den), _mm_andnot_pd(ok, _mm_set1_pd(1.0)));
+    const __m128d q = _mm_div_pd(num, d);
+    Pair r;
+    _mm_storel_pd(&r.q0, q);
+    _mm_storeh_pd(&r.q1, q);
+    return r;
+#else
+    return Pair{(src0 != 0 && den0 != 0) ? num0 / den0 : 0.0, (src1 != 0 && den1 != 0) ? num1 / den1 : 0.0};
+#endif
+}
+
+template <unsigned KC, int Mode>  // KC = 0: run-time order; Mode 0: N, 1: N, D1, 2: N, D1, D2
+inline void levelsLocal(unsigned kr, double const* x, double t, double* N, double* D1, double* D2) {
+    const unsigned k = KC ? KC : kr;
+    for (unsigned d = 2; d <= k; ++d) {
+        for (unsigned j = k - d; j < k; ++j) {
+            const double a = x[j + d - 1] - x[j], b = x[j + d] - x[j + 1];
+            const double tl = t - x[j], tr = x[j + d] - t;
+            const double n0 = N[j], n1 = j + 1 < k ? N[j + 1] : 0.0;
+            if (Mode == 0) {
+                if (n0 != 0 || n1 != 0) {
+                    const Pair v = guardedDiv(tl * n0, tr * n1, n0, n1, a, b);
+                    N[j] = v.q0 + v.q1;
+                }
+            } else {
+                const double e0 = D1[j], e1 = j + 1 < k ? D1[j + 1] : 0.0;
+                const Pair v = guardedDiv(tl * n0, tr * n1, n0, n1, a, b);
+                const Pair p = guardedDiv(1.0 * n0, 1.0 * n1, n0, n1, a, b);
+                const Pair q = guardedDiv(tl * e0, tr * e1, e0, e1, a, b);
+                N[j] = v.q0 + v.q1;
+                D1[j] = p.q0 - p.q1 + q.q0 + q.q1;
+                if (Mode == 2) {
+                    const double f0 = D2[j], f1 = j + 1 < k ? D2[j + 1] : 0.0;
+                    const Pair r = guardedDiv(2.0 * e0, 2.0 * e1, e0, e1, a, b);
+                    const Pair s = guardedDiv(tl * f0, tr * f1, f0, f1, a, b);
+                    D2[j] = r.q0 - r.q1 + s.q0 + s.q1;
+                }
+            }
+        }
+    }
+}
+
+template <int Mode>
+void levelsDispatch(unsigned k, double const* x, double t, double* N, double* D1, double* D2) {
+    switch (k) {
+        case 2: levelsLocal<2, Mode>(k, x, t, N, D1, D2); break;
+        case 3: levelsLocal<3, Mode>(k, x, t, N, D1, D2); break;
+        case 4: levelsLocal<4, Mode>(k, x, t, N, D1, D2); break;
+        case 5: levelsLocal<5, Mode>(k, x, t, N, D1, D2); break;
+        case 6: levelsLocal<6, Mode>(k, x, t, N, D1, D2); break;
+        case 8: levelsLocal<8, Mode>(k, x, t, N, D1, D2); break;
+        default: levelsLocal<0, Mode>(k, x, t, N, D1, D2); break;
+    }
+}
+
+// The k values (and derivatives) of the window whose first knot is x[0], for
+// t in its last interval.
+void fillLocal(unsigned k, double const* x, double t, double* N, double* D1, double* D2) {
+    for (unsigned j = 0; j < k; ++j) N[j] = 0.0;
+    N[k - 1] = 1.0;
+    if (D1)
+        for (unsigned j = 0; j < k; ++j) D1[j] = 0.0;
+    if (D2)
+        for (unsigned j = 0; j < k; ++j) D2[j] = 0.0;
+    if (D2)
+        levelsDispatch<2>(k, x, t, N, D1, D2);
+    else if (D1)
+        levelsDispatch<1>(k, x, t, N, D1, D2);
+    else
+        levelsDispatch<0>(k, x, t, N, D1, D2);
+}
+
+// First pass of basis/dbasis over i = 0 ... sz-2: N[i] = 1 where x[i] <= t <
+// x[i+1], else 0 (D1, D2 zeroed when given).  Returns how many got a 1 and
+// sets last to the last of them.
+std::size_t firstPass(double const* x, std::size_t sz, double t, double* N, double* D1, double* D2,
+                      std::size_t& last) {
+    std::size_t i = 0, count = 0;
+    last = 0;
+#if defined(__SSE2__)
+    const __m128d tv = _mm_set1_pd(t), one = _mm_set1_pd(1.0), two = _mm_set1_pd(2.0), zero = _mm_setzero_pd();
+    __m128i cnt = _mm_setzero_si128();
+    __m128d idx = _mm_set_pd(2.0, 1.0), top = zero;  // index + 1 of each lane; the largest with a 1
+    for (; i + 3 <= sz; i += 2) {  // entries i, i+1 (both < sz - 1)
+        const __m128d in = _mm_and_pd(_mm_cmple_pd(_mm_loadu_pd(x + i), tv), _mm_cmplt_pd(tv, _mm_loadu_pd(x + i + 1)));
+        _mm_storeu_pd(N + i, _mm_and_pd(in, one));
+        if (D1) {
+            _mm_storeu_pd(D1 + i, zero);
+            _mm_storeu_pd(D2 + i, zero);
+        }
+        cnt = _mm_sub_epi64(cnt, _mm_castpd_si128(in));
+        top = _mm_max_pd(top, _mm_and_pd(in, idx));
+        idx = _mm_add_pd(idx, two);
+    }
+    std::uint64_t c2[2];
+    double t2[2];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(c2), cnt);
+    _mm_storeu_pd(t2, top);
+    count = std::size_t(c2[0] + c2[1]);
+    const double topIdx = t2[0] > t2[1] ? t2[0] : t2[1];
+    if (topIdx > 0) last = std::size_t(topIdx) - 1;
+#endif
+    for (; i + 1 < sz; ++i) {
+        const bool in = (x[i] <= t) & (t < x[i + 1]);
+        N[i] = in ? 1.0 : 0.0;
+        if (D1) D1[i] = D2[i] = 0.0;
+        count += in;
+        last = in ? i : last;
+    }
+    return count;
+}
 
 // Index of the last non-empty interval [x[i], x[i+1]) with i <= last; -1 when none.
 long lastNonEmpty(std::vector<double> const& x, long last) {
@@ -148,33 +280,42 @@ void CsplineBasis::knotc(CbaseVecN<Cpoint3<double>> const& points) {
     for (std::size_t i = std::size_t(n); i < m_knots.size(); ++i) m_knots[i] = span;
 }
 
+// basis and dbasis: the first pass, the last-knot rule, then the recursion.
+// A clean window (one 1, at its end, and 0 after it: every sorted vector) is
+// done by the local kernel, which gives the bits of the full recursion
+// (its other entries stay +0 there); anything else by the full recursion.
+void CsplineBasis::evalFull(double t, double* N, double* D1, double* D2, std::size_t sz, unsigned& span,
+                            unsigned endSpanLess) const {
+    const std::size_t nk = m_knots.size();
+    const unsigned k = static_cast<unsigned>(m_order);
+    double const* x = m_knots.data();
+    std::size_t iv = 0;
+    const std::size_t count = sz >= 2 ? firstPass(x, sz, t, N, D1, D2, iv) : 0;
+    bool found = count > 0;
+    if (found) span = unsigned(iv);
+    span = span + 1 - k;
+    if (nk && t == x[nk - 1]) {
+        const long i = sz >= 2 ? lastNonEmpty(m_knots, long(sz) - 2) : -1;
+        span = unsigned(sz - k - 1 - endSpanLess);
+        if (i < 0) return;
+        N[std::size_t(i)] = 1.0;
+        iv = std::size_t(i);
+        found = true;
+    }
+    if (!found || k < 1) return;
+    const unsigned w = unsigned(iv) + 1 - k;
+    const bool clean = count <= 1 && iv + 1 >= k && iv + 1 < sz && N[iv + 1] == 0 && iv + k < nk;
+    if (clean)
+        fillLocal(k, x + w, t, N + w, D1 ? D1 + w : nullptr, D2 ? D2 + w : nullptr);
+    else
+        recurFull(m_knots, k, w, t, N, D1, D2, sz);
+}
+
 void CsplineBasis::basis(double const& t, std::vector<double>& N, unsigned int& span) const {
     const std::size_t nk = m_knots.size();
     const std::size_t sz = nk ? nk - 1 : 0;
     if (N.size() != sz) N.resize(sz);
-    const unsigned k = static_cast<unsigned>(m_order);
-    double const* x = m_knots.data();
-    bool found = false;
-    for (std::size_t i = 0; i + 1 < sz; ++i) {
-        if (x[i] <= t && t < x[i + 1]) {
-            N[i] = 1.0;
-            span = unsigned(i);
-            found = true;
-        } else {
-            N[i] = 0.0;
-        }
-    }
-    span = span + 1 - k;
-    unsigned w = span;
-    if (nk && t == x[nk - 1]) {
-        const long i = sz >= 2 ? lastNonEmpty(m_knots, long(sz) - 2) : -1;
-        span = unsigned(sz - k - 1);
-        if (i < 0) return;
-        N[std::size_t(i)] = 1.0;
-        w = unsigned(i) + 1 - k;
-        found = true;
-    }
-    if (found) recurFull(m_knots, k, w, t, N.data(), nullptr, nullptr, sz);
+    evalFull(t, N.data(), nullptr, nullptr, sz, span, 0);
 }
 
 void CsplineBasis::dbasis(double const& t, std::vector<double>& N, std::vector<double>& D1, std::vector<double>& D2,
@@ -184,30 +325,7 @@ void CsplineBasis::dbasis(double const& t, std::vector<double>& N, std::vector<d
     if (N.size() != sz) N.resize(sz);
     if (D1.size() != sz) D1.resize(sz);
     if (D2.size() != sz) D2.resize(sz);
-    const unsigned k = static_cast<unsigned>(m_order);
-    double const* x = m_knots.data();
-    bool found = false;
-    for (std::size_t i = 0; i + 1 < sz; ++i) {
-        D1[i] = D2[i] = 0.0;
-        if (x[i] <= t && t < x[i + 1]) {
-            N[i] = 1.0;
-            span = unsigned(i);
-            found = true;
-        } else {
-            N[i] = 0.0;
-        }
-    }
-    span = span + 1 - k;
-    unsigned w = span;
-    if (nk && t == x[nk - 1]) {
-        const long i = sz >= 2 ? lastNonEmpty(m_knots, long(sz) - 2) : -1;
-        span = unsigned(sz - k - 3);
-        if (i < 0) return;
-        N[std::size_t(i)] = 1.0;
-        w = unsigned(i) + 1 - k;
-        found = true;
-    }
-    if (found) recurFull(m_knots, k, w, t, N.data(), D1.data(), D2.data(), sz);
+    evalFull(t, N.data(), D1.data(), D2.data(), sz, span, 2);
 }
 
 void CsplineBasis::rbasis(std::vector<double>& N, std::vector<double> const& w, unsigned int const& span) const {
@@ -239,40 +357,18 @@ bool CsplineBasis::localBasis(double t, unsigned& first, double* N, double* D1, 
     }
     const unsigned w = unsigned(iv + 1 - k);
 
-    double tmp[64];
-    CbaseVecN<double> heap;
-    if (D2 != nullptr && D1 == nullptr) {
-        if (k <= 64) {
-            D1 = tmp;
-        } else {
-            heap.resize(k);
-            D1 = heap.data();
-        }
-    }
-    for (unsigned j = 0; j < k; ++j) N[j] = 0.0;
-    N[k - 1] = 1.0;
-    if (D1) {
-        for (unsigned j = 0; j < k; ++j) D1[j] = 0.0;
-        if (D2)
-            for (unsigned j = 0; j < k; ++j) D2[j] = 0.0;
-    }
-    // Level d: only w+k-d ... w+k-1 can be non-zero; the others stay +0 as in
-    // the full recursion.  The entry after the window is 0 at every level.
-    for (unsigned d = 2; d <= k; ++d) {
-        for (unsigned j = k - d; j < k; ++j) {
-            const Level L(x, w + j, d, t);
-            const double n1 = j + 1 < k ? N[j + 1] : 0.0;
-            if (D1 == nullptr) {
-                if (N[j] != 0 || n1 != 0) N[j] = L.value(N[j], n1);
-            } else {
-                const double n0 = N[j], e0 = D1[j], e1 = j + 1 < k ? D1[j + 1] : 0.0;
-                N[j] = L.value(n0, n1);
-                D1[j] = L.deriv(1.0, n0, n1, e0, e1);
-                if (D2) D2[j] = L.deriv(2.0, e0, e1, D2[j], j + 1 < k ? D2[j + 1] : 0.0);
-            }
-        }
-    }
     first = w;
+    if (D2 != nullptr && D1 == nullptr) {  // the first derivatives in scratch space
+        if (k <= 64) {
+            double tmp[64];
+            fillLocal(k, x + w, t, N, tmp, D2);
+        } else {
+            CbaseVecN<double> tmp(k);
+            fillLocal(k, x + w, t, N, tmp.data(), D2);
+        }
+    } else {
+        fillLocal(k, x + w, t, N, D1, D2);
+    }
     return true;
 }
 

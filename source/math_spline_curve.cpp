@@ -81,11 +81,13 @@ double fitOnBasis(TsplineBasisPtr const& bp, CbaseVecN<Tpoint> const& data, doub
     const unsigned k = unsigned(basis.order());
     const unsigned n = basis.ctrlCount();
     CbandLsq sys(n, k, 3);
-    LocalBuf buf;
-    double* N = buf.get(k, 1);
+    // The basis values of every data point, kept for the residuals.
+    CbaseVecN<double> Nall(data.size() * k);
+    CbaseVecN<unsigned> fall(data.size());
     for (std::size_t j = 0; j < data.size(); ++j) {
-        unsigned f = 0;
-        if (!basis.localBasis(params[j], f, N)) fail(CthrowSpline::ERR_INVALID_ARGUMENT);
+        double* N = Nall.data() + j * k;
+        if (!basis.localBasis(params[j], fall[j], N)) fail(CthrowSpline::ERR_INVALID_ARGUMENT);
+        const unsigned f = fall[j];
         sys.addRow(f, N);
         Tpoint const& q = data[j];
         for (unsigned a = 0; a < k; ++a) {
@@ -101,11 +103,12 @@ double fitOnBasis(TsplineBasisPtr const& bp, CbaseVecN<Tpoint> const& data, doub
         double const* x = sys.solution(i);
         P[i] = Tpoint(x[0], x[1], x[2]);
     }
-    const std::vector<double> none;
     double sum = 0.0;
     for (std::size_t j = 0; j < data.size(); ++j) {
+        double const* N = Nall.data() + j * k;
+        Tpoint const* Q = P.data() + fall[j];
         Tpoint c;
-        evaluate(basis, P, none, params[j], c, nullptr, nullptr);
+        for (unsigned a = 0; a < k; ++a) c += Q[a] * N[a];
         sum += (data[j] - c).squaredLength();
     }
     ctrl.swap(P);

@@ -69,14 +69,15 @@ private:
 // p[2s], ... added to out[j] (so that rows can be averaged); false, with
 // nothing added, when the total length L is 0 (or not finite).
 inline bool addChordParams(Tpoint const* p, std::size_t m, std::size_t s, double span, double* out) {
+    CbaseVecN<double> C(m);
     double L = 0.0;
-    for (std::size_t j = 1; j < m; ++j) L += (p[j * s] - p[(j - 1) * s]).length();
-    if (!(L > 0.0) || !std::isfinite(L)) return false;
-    double C = 0.0;
-    out[0] += 0.0;
     for (std::size_t j = 1; j < m; ++j) {
-        C += (p[j * s] - p[(j - 1) * s]).length();
-        const double t = span * C / L;
+        L += (p[j * s] - p[(j - 1) * s]).length();
+        C[j] = L;
+    }
+    if (!(L > 0.0) || !std::isfinite(L)) return false;
+    for (std::size_t j = 1; j < m; ++j) {
+        const double t = span * C[j] / L;
         out[j] += t < span ? t : span;
     }
     return true;

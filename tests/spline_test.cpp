@@ -83,6 +83,29 @@ long double coxDeBoor(std::vector<double> const& x, int i, int d, int r, long do
     return v;
 }
 
+// The recursion of basis/dbasis written out literally for t in the interval
+// iv: levels d = 2 ... k over the whole window w ... w+k-1, every term
+// ((t - x_i) * src) / a, 0 when its source or denominator is 0, old values
+// on the right, left to right.
+void literalRecursion(std::vector<double> const& x, unsigned k, std::size_t iv, double t, std::vector<double>& N,
+                      std::vector<double>& D1, std::vector<double>& D2) {
+    const std::size_t sz = x.size() - 1;
+    N.assign(sz, 0.0);
+    D1.assign(sz, 0.0);
+    D2.assign(sz, 0.0);
+    N[iv] = 1;
+    auto q = [](double num, double src, double den) { return src != 0 && den != 0 ? num * src / den : 0.0; };
+    for (unsigned d = 2; d <= k; ++d) {
+        for (std::size_t i = iv + 1 - k; i <= iv; ++i) {
+            const double a = x[i + d - 1] - x[i], b = x[i + d] - x[i + 1], tl = t - x[i], tr = x[i + d] - t;
+            const double n0 = N[i], n1 = N[i + 1], e0 = D1[i], e1 = D1[i + 1], f0 = D2[i], f1 = D2[i + 1];
+            N[i] = q(tl, n0, a) + q(tr, n1, b);
+            D1[i] = q(1.0, n0, a) - q(1.0, n1, b) + q(tl, e0, a) + q(tr, e1, b);
+            D2[i] = q(2.0, e0, a) - q(2.0, e1, b) + q(tl, f0, a) + q(tr, f1, b);
+        }
+    }
+}
+
 void expectNear3(P3 const& a, P3 const& b, double tol) {
     EXPECT_NEAR(a.x, b.x, tol);
     EXPECT_NEAR(a.y, b.y, tol);
@@ -205,6 +228,12 @@ TEST(SplineBasis, LastKnotAndOutsideQuirks) {
     std::vector<double> M(6, 0.0);
     p.basis(5.5, M, span);
     EXPECT_EQ(M, std::vector<double>(6, 0.0));
+    // The unwritten last entry takes part as given (order 2, second-last interval).
+    const CsplineBasis p2(2, CsplineBasis::KNOT_PERIODIC, Pts(4));  // 0 1 2 3 4 5
+    std::vector<double> M2{9, 9, 9, 9, 0.5};
+    p2.basis(3.5, M2, span);
+    EXPECT_EQ(span, 2u);
+    EXPECT_EQ(M2, (std::vector<double>{0, 0, 0.5, 1.25, 0.5}));
     // rbasis stops at the end of N and w: a span past them sums to 0.
     std::vector<double> w(5, 1.0);
     EXPECT_EQ(thrownId([&] { b.rbasis(N, w, 6u); }), int(CthrowSpline::ERR_INVALID_DIVISION));
@@ -235,6 +264,14 @@ TEST(SplineBasis, CoxDeBoorReferenceAndLocalBitForBit) {
                 EXPECT_EQ(span, first);
                 EXPECT_EQ(dspan, first);
             }
+            // The literal recursion, from the last non-empty interval at the last knot.
+            std::size_t iv = first + k - 1;
+            std::vector<double> LN, LD1, LD2;
+            literalRecursion(x, k, iv, t, LN, LD1, LD2);
+            EXPECT_EQ(std::memcmp(N.data(), LN.data(), (N.size() - 1) * sizeof(double)), 0);
+            EXPECT_EQ(std::memcmp(N2.data(), LN.data(), (N.size() - 1) * sizeof(double)), 0);
+            EXPECT_EQ(std::memcmp(D1.data(), LD1.data(), (N.size() - 1) * sizeof(double)), 0);
+            EXPECT_EQ(std::memcmp(D2.data(), LD2.data(), (N.size() - 1) * sizeof(double)), 0);
             double sum = 0;
             for (unsigned j = 0; j < k; ++j) {
                 EXPECT_EQ(std::memcmp(&N[first + j], &n0[j], sizeof(double)), 0);

@@ -103,6 +103,8 @@ public:
     static void operator delete(void* p) noexcept;
 
 private:
+    void evalFull(double t, double* N, double* D1, double* D2, std::size_t sz, unsigned& span,
+                  unsigned endSpanLess) const;
     void knot(unsigned n);
     void knotu(unsigned n);
     void knotc(CbaseVecN<Cpoint3<double>> const& points);
