@@ -77,6 +77,26 @@ inline Pair guardedDiv(double num0, double num1, double src0, double src1, doubl
 template <unsigned KC, int Mode>  // KC = 0: run-time order; Mode 0: N, 1: N, D1, 2: N, D1, D2
 inline void levelsLocal(unsigned kr, double const* x, double t, double* N, double* D1, double* D2) {
     const unsigned k = KC ? KC : kr;
+#if defined(__SSE2__)
+    if (Mode == 0) {  // the same quotients, the knot differences in pairs
+        const __m128d tv = _mm_set1_pd(t), one = _mm_set1_pd(1.0), zero = _mm_setzero_pd();
+        for (unsigned d = 2; d <= k; ++d) {
+            for (unsigned j = k - d; j < k; ++j) {
+                const double n0 = N[j], n1 = j + 1 < k ? N[j + 1] : 0.0;
+                if (n0 == 0 && n1 == 0) continue;
+                const __m128d xa = _mm_loadu_pd(x + j), xb = _mm_loadu_pd(x + j + d - 1);
+                const __m128d den = _mm_sub_pd(xb, xa);                                             // a, b
+                const __m128d tt = _mm_sub_pd(_mm_shuffle_pd(tv, xb, 2), _mm_shuffle_pd(xa, tv, 0));  // tl, tr
+                const __m128d nv = _mm_set_pd(n1, n0);
+                const __m128d ok = _mm_and_pd(_mm_cmpneq_pd(nv, zero), _mm_cmpneq_pd(den, zero));
+                const __m128d q = _mm_div_pd(_mm_and_pd(ok, _mm_mul_pd(tt, nv)),
+                                             _mm_or_pd(_mm_and_pd(ok, den), _mm_andnot_pd(ok, one)));
+                N[j] = _mm_cvtsd_f64(_mm_add_sd(q, _mm_unpackhi_pd(q, q)));
+            }
+        }
+        return;
+    }
+#endif
     for (unsigned d = 2; d <= k; ++d) {
         for (unsigned j = k - d; j < k; ++j) {
             const double a = x[j + d - 1] - x[j], b = x[j + d] - x[j + 1];

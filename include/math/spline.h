@@ -133,7 +133,9 @@ typedef Loki::SmartPtr<CsplineBasis, Loki::RefCounted> TsplineBasisPtr;
 // != order + control count, parameter count != data count; ERR_INVALID_DATA
 // non-finite point or knot, decreasing knots, empty parameter range, zero
 // chord length, a fit system not positive definite; ERR_INVALID_ARGUMENT t
-// outside [tMin, tMax] or NaN.  A failed call leaves the object unchanged.
+// outside [tMin, tMax] or NaN; ERR_INVALID_DIVISION a rational weight sum
+// below CsplineBasis::EPS() (as rbasis).  A failed call leaves the object
+// unchanged.
 class METROMATH_API Cspline {
 public:
     typedef Cpoint3<double> Tpoint;
