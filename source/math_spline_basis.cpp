@@ -223,6 +223,12 @@ void recurFull(std::vector<double> const& x, unsigned k, unsigned w, double t, d
     }
 }
 
+// Loki's small-object pool, which holds the reference counts of the basis
+// handles, is destroyed at exit in the reverse order of its creation.  Made
+// when the library is loaded, it outlives every handle of an application,
+// also handles in static storage.
+const bool lokiPoolFirst = (Loki::AllocatorSingleton<>::Instance(), true);
+
 }  // namespace
 
 double CsplineBasis::EPS() { return tol::epsDouble; }
