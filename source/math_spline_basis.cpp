@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <new>
 #include <string>
 
 #if defined(__SSE2__)
@@ -16,11 +17,17 @@ namespace math {
 
 namespace {
 
-// Throws when a knot vector of `count` doubles would not fit into the byte
-// counts of the tracked allocator (the library's limit for any block).
-void checkKnotCount(std::uint64_t count) {
+// Sizes x to `count` zeros.  A count whose bytes do not fit into the tracked
+// allocator's counts (the library's limit for any block), or memory the
+// system refuses, throws CthrowBase ERR_CORE_NOMEMORY with the byte count.
+void sizeKnots(std::vector<double>& x, std::uint64_t count) {
     const unsigned bytes = core::memTracker_bytes(count, sizeof(double));
-    if (bytes == ~0u) throw CthrowBase(CthrowBase::ERR_CORE_NOMEMORY, "") << std::to_string(bytes);
+    try {
+        if (bytes == ~0u) throw std::bad_alloc();
+        x.resize(std::size_t(count));
+    } catch (std::bad_alloc const&) {
+        throw CthrowBase(CthrowBase::ERR_CORE_NOMEMORY, "") << std::to_string(bytes);
+    }
 }
 
 // One level d of the recursion at index i, from the previous level's values.
@@ -240,15 +247,13 @@ void CsplineBasis::operator delete(void* p) noexcept { core_memTracker_free(p); 
 
 CsplineBasis::CsplineBasis(int order, int nCtrl) : m_order(order) {
     if (order < 0 || nCtrl < 0) throw CthrowSpline(CthrowSpline::ERR_INVALID_ARGUMENT, "");
-    checkKnotCount(std::uint64_t(order) + std::uint64_t(nCtrl));
-    m_knots.resize(std::size_t(order) + std::size_t(nCtrl));
+    sizeKnots(m_knots, std::uint64_t(order) + std::uint64_t(nCtrl));
     knot(static_cast<unsigned>(nCtrl));
 }
 
 CsplineBasis::CsplineBasis(int order, enKnots kind, CbaseVecN<Cpoint3<double>> const& points) : m_order(order) {
     if (order < 0) throw CthrowSpline(CthrowSpline::ERR_INVALID_ARGUMENT, "");
-    checkKnotCount(std::uint64_t(order) + points.size());
-    m_knots.resize(std::size_t(order) + points.size());
+    sizeKnots(m_knots, std::uint64_t(order) + points.size());
     const unsigned n = static_cast<unsigned>(points.size());
     switch (kind) {
         case KNOT_OPEN: knot(n); break;
