@@ -3,7 +3,7 @@
 # Usage: scripts/deps.sh [extra-package ...]
 set -euo pipefail
 pkgs=(cmake g++ make googletest libgtest-dev libgmock-dev libbenchmark-dev libeigen3-dev
-      libcli11-dev nlohmann-json3-dev python3 python3-dev pybind11-dev python3-numpy python3-pytest
+      libcli11-dev nlohmann-json3-dev libloki-dev python3 python3-dev pybind11-dev python3-numpy python3-pytest
       python3-dask python3-distributed python3-matplotlib "$@")
 missing=()
 for p in "${pkgs[@]}"; do

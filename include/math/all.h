@@ -18,6 +18,7 @@
 #include <math/primitives2.h>
 #include <math/primitives3.h>
 #include <math/solver.h>
+#include <math/spline.h>
 #include <math/tools.h>
 #include <math/transform2.h>
 #include <math/transform3.h>

@@ -11,7 +11,7 @@ set(build ${WORK_DIR}/build)
 
 # 1. install
 run_step("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix} ${cfg})
-foreach(f include/math/all.h include/math/matrix_io.h include/math/export.h include/core/stream.h
+foreach(f include/math/all.h include/math/matrix_io.h include/math/spline.h include/math/export.h include/core/stream.h
           include/core/core_export.h)
   if(NOT EXISTS ${prefix}/${f})
     message(FATAL_ERROR "installed tree lacks ${f}")
