@@ -69,6 +69,13 @@ struct Parameters {
     std::vector<Parameter> operator()(math::Cplane3<double> const& e) const {
         return {{"normal", "normal", values(e.normal())}, {"d", "d (n.x + d = 0)", {e.d()}}};
     }
+    std::vector<Parameter> operator()(math::Ccylinder3<double> const& z) const {
+        std::vector<Parameter> p = line(z.axis());
+        p[0].label = "axis point";
+        p[1].label = "axis direction";
+        p.push_back({"radius", "radius", {z.radius()}});
+        return p;
+    }
 };
 
 template <class P>
@@ -90,6 +97,10 @@ struct ScaledBy {
     }
     Primitive operator()(math::Cplane3<double> const& p) const {
         return math::Cplane3<double>(p.normal(), std::ldexp(p.d(), e));
+    }
+    Primitive operator()(math::Ccylinder3<double> const& z) const {
+        return math::Ccylinder3<double>(math::Cline3<double>(scaled(z.axis().point(), e), z.axis().direction()),
+                                        std::ldexp(z.radius(), e));
     }
 };
 
@@ -115,13 +126,20 @@ struct Residuals {
     void operator()(math::Cline3<double> const& l) const { spatial(l); }
     void operator()(math::Csphere3<double> const& s) const { spatial(s); }
     void operator()(math::Cplane3<double> const& e) const { spatial(e); }
+    void operator()(math::Ccylinder3<double> const& z) const { spatial(z); }
 };
 
 }  // namespace
 
 Primitive scaledBy(Primitive const& p, int e) { return e == 0 ? p : std::visit(ScaledBy{e}, p); }
 
-std::vector<Parameter> parameters(FitResult const& r) { return std::visit(Parameters(), r.primitive); }
+std::vector<Parameter> parameters(FitResult const& r) {
+    std::vector<Parameter> ps = std::visit(Parameters(), r.primitive);
+    for (Parameter& p : ps)
+        for (Uncertainty const& u : r.uncertainties)
+            if (u.key == p.key) p.uncertainties = u.values;
+    return ps;
+}
 
 double radialResidual(math::Ccircle2<double> const& c, math::Cpoint2<double> const& p) {
     const math::Cpoint2<double> w = p - c.center();
