@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -19,6 +20,7 @@
 #include <ostream>
 #include <sstream>
 #include <system_error>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -68,16 +70,22 @@ std::string methodList(ShapeInfo const& info) {
 // "circle, sphere, cylinder (method geom)": the shapes and methods that
 // take a fixed radius.
 std::string fixedRadiusShapes() {
-    std::string s, methods;
-    for (ShapeInfo const& info : shapes()) {
-        for (FitMethod const& m : info.methods) {
-            if (!m.fixedRadius) continue;
-            if (s.find(info.name) == std::string::npos) s += (s.empty() ? "" : ", ") + std::string(info.name);
-            if (methods.find(methodName(m.method)) == std::string::npos)
-                methods += (methods.empty() ? "" : ", ") + std::string(methodName(m.method));
-        }
-    }
-    return s + " (method " + methods + ")";
+    std::vector<std::string> names, methods;
+    auto addOnce = [](std::vector<std::string>& v, std::string const& x) {
+        if (std::find(v.begin(), v.end(), x) == v.end()) v.push_back(x);
+    };
+    for (ShapeInfo const& info : shapes())
+        for (FitMethod const& m : info.methods)
+            if (m.fixedRadius) {
+                addOnce(names, info.name);
+                addOnce(methods, methodName(m.method));
+            }
+    auto join = [](std::vector<std::string> const& v) {
+        std::string s;
+        for (std::string const& x : v) s += (s.empty() ? "" : ", ") + x;
+        return s;
+    };
+    return join(names) + " (method " + join(methods) + ")";
 }
 
 std::string systemError(int code) {

@@ -105,28 +105,29 @@ struct ScaledBy {
 };
 
 // Residual of point i: the library's distance, the circle's radial one; on
-// points and primitive scaled by 2^e, the result scaled back.
+// points and primitive scaled by 2^e, the result scaled back.  Any primitive
+// with a planar or spatial geometric<double>::distance is served without an
+// overload of its own.
 struct Residuals {
     PointSet const& pts;
     std::vector<double>& out;
     int e;
     template <class P>
-    void planar(P const& prim, double (*f)(P const&, math::Cpoint2<double> const&)) const {
-        for (std::size_t i = 0; i < out.size(); ++i) out[i] = std::ldexp(f(prim, scaled(point2(pts, i), e)), -e);
+    auto operator()(P const& prim) const
+        -> decltype(math::geometric<double>::distance(prim, math::Cpoint2<double>()), void()) {
+        for (std::size_t i = 0; i < out.size(); ++i)
+            out[i] = std::ldexp(math::geometric<double>::distance(prim, scaled(point2(pts, i), e)), -e);
     }
     template <class P>
-    void spatial(P const& prim) const {
+    auto operator()(P const& prim) const
+        -> decltype(math::geometric<double>::distance(prim, math::Cpoint3<double>()), void()) {
         for (std::size_t i = 0; i < out.size(); ++i)
             out[i] = std::ldexp(math::geometric<double>::distance(prim, scaled(point3(pts, i), e)), -e);
     }
-    void operator()(math::Cline2<double> const& l) const {
-        planar<math::Cline2<double>>(l, math::geometric<double>::distance);
+    void operator()(math::Ccircle2<double> const& c) const {
+        for (std::size_t i = 0; i < out.size(); ++i)
+            out[i] = std::ldexp(radialResidual(c, scaled(point2(pts, i), e)), -e);
     }
-    void operator()(math::Ccircle2<double> const& c) const { planar<math::Ccircle2<double>>(c, radialResidual); }
-    void operator()(math::Cline3<double> const& l) const { spatial(l); }
-    void operator()(math::Csphere3<double> const& s) const { spatial(s); }
-    void operator()(math::Cplane3<double> const& e) const { spatial(e); }
-    void operator()(math::Ccylinder3<double> const& z) const { spatial(z); }
 };
 
 }  // namespace
