@@ -26,7 +26,7 @@
 //     normal to it, the circle of the radius, radial residuals), and the
 //     residual plot: each residual against the angle of its point about the
 //     axis, at the arc length radius * angle (the surface unrolled, angle 0
-//     on the view's first axis), whiskers from the zero line;
+//     at the points' mean direction about the axis), whiskers from zero;
 //   plane: two panels: the points in the plane's own frame (the in-plane
 //     axes of Cplane3::pointAt, origin at the centroid's foot; dots sized by
 //     |residual| and coloured by sign), and a side view along the first
