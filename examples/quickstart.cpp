@@ -88,6 +88,26 @@ int main() {
               << circle.radius() << " sd " << sd << "; plane normal (" << plane.normal().x << ", "
               << plane.normal().y << ", " << plane.normal().z << ")\n";
 
+    // Geometric fits (orthogonal distances), with the standard uncertainties
+    CqCircleGeomStdAbw<double> rec;
+    approximate<double>::fitCircleGeom(edge, circle, rec);
+    std::cout << "geometric circle: r " << circle.radius() << " +- " << rec.uRadius << ", centre x "
+              << circle.center().x << " +- " << rec.uCenterX << " (" << rec.iterations << " iterations)\n";
+    std::vector<Cpoint3<double>> ball, shaft;
+    for (int i = 0; i < 8; ++i)
+        for (int j = 0; j < 12; ++j) {
+            const double th = 0.15 * (i + 1), ph = 0.5236 * j;  // a cap, and a 260-degree arc on 8 tracks
+            ball.emplace_back(5 + 2 * std::sin(th) * std::cos(ph), 2 * std::sin(th) * std::sin(ph), 1 + 2 * std::cos(th));
+            shaft.emplace_back(4 * std::cos(0.4 * j), 4 * std::sin(0.4 * j), 3.0 * i);
+        }
+    Csphere3<double> sphere;
+    approximate<double>::fitSphereGeom(ball, sphere);
+    Ccylinder3<double> cyl;
+    approximate<double>::fitCylinderGeom(shaft, cyl);
+    const Cdirec3<double>& axis = cyl.axis().direction();
+    std::cout << "sphere r " << sphere.radius() << "; cylinder r " << cyl.radius() << " along (" << axis.x << ", "
+              << axis.y << ", " << axis.z << ")\n";
+
     // Errors
     try {
         throw CthrowMath(CthrowMath::ERR_PRIMEXT_AOI_POINTINDEX, "") << "7" << "0" << "4";

@@ -31,6 +31,13 @@ Files (the true parameters are in TRUTH below and in each file's comments):
   edge_line.csv     a straight edge in an image, y = 0.35 x + 120.5 px,
                     Gaussian noise of 0.1 px across the edge.
                     Fit: metrofit line2 examples/data/edge_line.csv
+  shaft_scan.txt    a shaft of nominal diameter 16 mm (true radius 7.996 mm)
+                    probed on 4 circular tracks 15 mm apart over a 270-degree
+                    arc (a fixture hides the rest), 36 points per track, axis
+                    tilted to the machine's z; Gaussian radial noise of 2 um;
+                    whitespace-separated x y z in mm with '#' comments.
+                    Fit: metrofit cylinder examples/data/shaft_scan.txt
+                    (nominal radius: --radius 8)
 """
 
 import argparse
@@ -48,6 +55,8 @@ TRUTH = {
     "line3.txt": {"point": (10.0, 20.0, 5.0), "direction": (0.6, 0.48, 0.64), "length": 120.0,
                   "noise": 0.003},
     "edge_line.csv": {"slope": 0.35, "intercept": 120.5, "noise": 0.1},
+    "shaft_scan.txt": {"point": (120.0, 80.0, 10.0), "direction": (0.05, -0.03, 1.0), "radius": 7.996,
+                       "noise": 0.002},
 }
 
 
@@ -144,8 +153,35 @@ def edge_line(rng):
     return lines
 
 
+def shaft_scan(rng):
+    t = TRUTH["shaft_scan.txt"]
+    px, py, pz = t["point"]
+    dx, dy, dz = t["direction"]
+    norm = math.sqrt(dx * dx + dy * dy + dz * dz)
+    dx, dy, dz = dx / norm, dy / norm, dz / norm
+    # Two unit vectors across the axis.
+    ux, uy, uz = dz, 0.0, -dx
+    un = math.sqrt(ux * ux + uz * uz)
+    ux, uz = ux / un, uz / un
+    vx, vy, vz = dy * uz - dz * uy, dz * ux - dx * uz, dx * uy - dy * ux
+    lines = ["# Scan of a shaft on 4 tracks, x y z in mm, from gen.py.",
+             "# True cylinder: axis through (120, 80, 10) along (0.05, -0.03, 1)/|.|, radius 7.996 mm;",
+             "# radial noise 2 um; 270-degree arc, tracks 15 mm apart along the axis."]
+    for track in range(4):
+        s = 15.0 * track
+        for k in range(36):
+            phi = math.radians(-135.0 + 270.0 * k / 35.0)
+            r = t["radius"] + rng.gauss(0.0, t["noise"])
+            a, b = r * math.cos(phi), r * math.sin(phi)
+            lines.append("%.5f %.5f %.5f" % (px + s * dx + a * ux + b * vx,
+                                             py + s * dy + a * uy + b * vy,
+                                             pz + s * dz + a * uz + b * vz))
+    return lines
+
+
 GENERATORS = [("bore_edge.csv", bore_edge), ("sphere_scan.txt", sphere_scan),
-              ("plane_outlier.csv", plane_outlier), ("line3.txt", line3), ("edge_line.csv", edge_line)]
+              ("plane_outlier.csv", plane_outlier), ("line3.txt", line3), ("edge_line.csv", edge_line),
+              ("shaft_scan.txt", shaft_scan)]
 
 
 def main():

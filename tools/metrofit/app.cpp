@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -19,6 +20,7 @@
 #include <ostream>
 #include <sstream>
 #include <system_error>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -63,6 +65,27 @@ std::string methodList(ShapeInfo const& info) {
     std::string s;
     for (FitMethod const& m : info.methods) s += (s.empty() ? "" : ", ") + std::string(methodName(m.method));
     return s;
+}
+
+// "circle, sphere, cylinder (method geom)": the shapes and methods that
+// take a fixed radius.
+std::string fixedRadiusShapes() {
+    std::vector<std::string> names, methods;
+    auto addOnce = [](std::vector<std::string>& v, std::string const& x) {
+        if (std::find(v.begin(), v.end(), x) == v.end()) v.push_back(x);
+    };
+    for (ShapeInfo const& info : shapes())
+        for (FitMethod const& m : info.methods)
+            if (m.fixedRadius) {
+                addOnce(names, info.name);
+                addOnce(methods, methodName(m.method));
+            }
+    auto join = [](std::vector<std::string> const& v) {
+        std::string s;
+        for (std::string const& x : v) s += (s.empty() ? "" : ", ") + x;
+        return s;
+    };
+    return join(names) + " (method " + join(methods) + ")";
 }
 
 std::string systemError(int code) {
@@ -133,7 +156,7 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
                  "metrofit"};
     std::string fitName, file, methodText, residualsPath, svgPath;
     bool json = false, yDown = false, singlePrecision = false;
-    double magnify = 0.0;
+    double magnify = 0.0, radius = kNaN;
 
     app.add_option("FIT", fitName, "Primitive to fit: " + shapeNames())->required();
     app.add_option("FILE", file,
@@ -145,6 +168,8 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
     for (ShapeInfo const& info : shapes()) methodHelp += std::string(" ") + info.name + ": " + methodList(info) + ";";
     methodHelp.back() = '.';
     app.add_option("-m,--method", methodText, methodHelp);
+    CLI::Option* radiusOption = app.add_option(
+        "--radius", radius, "Fit with this radius fixed, only the centre or axis free (" + fixedRadiusShapes() + ")");
     app.add_flag("--float", singlePrecision,
                  "Fit with the library's float instantiation (points rounded to float) instead of double");
     app.add_flag("--json", json, "Print the result as JSON instead of a table");
@@ -154,7 +179,8 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
         app.add_option("--magnify", magnify, "Residual magnification in the drawing (default: automatic)");
     app.add_flag("--y-down", yDown, "Draw planar fits with y pointing down, as in image pixel coordinates");
     app.set_version_flag("--version", std::string("metrofit ") + METROFIT_VERSION);
-    app.footer("Example:\n  metrofit circle examples/data/bore_edge.csv --svg bore.svg\n\n"
+    app.footer("Examples:\n  metrofit circle examples/data/bore_edge.csv --svg bore.svg\n"
+               "  metrofit cylinder examples/data/shaft_scan.txt --radius 8\n\n"
                "Exit status: 0 success, 1 bad data or failed fit, 2 usage error.");
 
     try {
@@ -167,6 +193,10 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
 
     if (magnifyOption->count() > 0 && !(magnify > 0.0 && std::isfinite(magnify))) {
         err << "metrofit: error: --magnify needs a positive number\n";
+        return kExitUsage;
+    }
+    if (radiusOption->count() > 0 && !(radius > 0.0 && std::isfinite(radius))) {
+        err << "metrofit: error: --radius needs a positive number\n";
         return kExitUsage;
     }
 
@@ -187,6 +217,14 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
             return kExitUsage;
         }
         options.method = m;
+    }
+    if (radiusOption->count() > 0) {
+        if (!findMethod(info, options.method)->fixedRadius) {
+            err << "metrofit: error: --radius is not available for " << info.name << " with method "
+                << methodName(options.method) << "; a fixed radius is offered for " << fixedRadiusShapes() << "\n";
+            return kExitUsage;
+        }
+        options.radius = radius;
     }
     for (std::string const* o : {&residualsPath, &svgPath}) {
         if (!o->empty() && sameFile(*o, file)) {

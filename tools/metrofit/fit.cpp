@@ -235,6 +235,102 @@ void sphereLsq(FitInput const& in, FitResult& r) {
     r.primitive = math::Csphere3<double>(toDouble(s.center()), std::fabs(double(s.radius())));
 }
 
+// ---- iterative geometric fits (circle, sphere, cylinder) ------------------
+
+// The fixed radius of FitOptions at the fit's scale, as T.
+template <class T>
+T scaledRadius(FitInput const& in) { return T(std::ldexp(in.options.radius, in.scaleExp)); }
+
+bool radiusFixed(FitInput const& in) { return std::isfinite(in.options.radius); }
+
+// Iterations, sums and uncertainties of a geometric fit's record; throws
+// when the library returned no valid primitive (refused input or no
+// convergence within its limit).
+template <class Rec>
+void takeRecord(FitInput const& in, FitResult& r, Rec const& rec, bool valid) {
+    if (!valid)
+        throw InputError(in.pts.source + ": the geometric " + in.info.name + " fit found no solution (" +
+                         std::to_string(rec.iterations) + " iterations, " +
+                         (rec.converged ? "converged to an invalid result" : "not converged") + ")");
+    r.iterations = {true, rec.iterations, rec.converged};
+    addMeasure(r, "sumSqDist", "sum of squared distances (sumSqDist)", rec.sumSqDist, 2);
+    addMeasure(r, "stdAbw", "std. deviation, divisor n - p (stdAbw)", rec.stdAbw);
+}
+
+// A fitted (not fixed) radius beyond kHugeRadius diagonals: the points lie
+// on a line or plane, which the iteration approaches through ever larger
+// radii.
+template <class T>
+void requireModestRadius(FitInput const& in, T radius, const char* flat) {
+    if (!radiusFixed(in) && !(std::fabs(double(radius)) <= kHugeRadius * in.diagonal))
+        throw degenerate(in, std::string("the points lie too close to ") + flat + ", the fitted radius (" +
+                                 num(std::ldexp(double(radius), -in.scaleExp)) + ") is not meaningful");
+}
+
+template <class T>
+void circleGeom(FitInput const& in, FitResult& r) {
+    using A = math::approximate<T>;
+    math::Ccircle2<T> c;
+    math::CqCircleGeomStdAbw<T> rec;
+    if (radiusFixed(in)) {
+        r.function = functionName<T>("fitCircleGeomRfix");
+        A::fitCircleGeomRfix(in.p2<T>(), scaledRadius<T>(in), c, rec);
+    } else {
+        r.function = functionName<T>("fitCircleGeom");
+        A::fitCircleGeom(in.p2<T>(), c, rec);
+    }
+    takeRecord(in, r, rec, c.isValid() && finite(c.center()) && std::isfinite(c.radius()));
+    requireModestRadius(in, c.radius(), "a straight line");
+    addMeasure(r, "StdAbwCircle2", "std. deviation of radii (StdAbwCircle2)", A::StdAbwCircle2(in.p2<T>(), c));
+    r.uncertainties = {{"center", {double(rec.uCenterX), double(rec.uCenterY)}, 1},
+                       {"radius", {double(rec.uRadius)}, 1}};
+    r.primitive = math::Ccircle2<double>(toDouble(c.center()), double(c.radius()));
+}
+
+template <class T>
+void sphereGeom(FitInput const& in, FitResult& r) {
+    using A = math::approximate<T>;
+    math::Csphere3<T> s;
+    math::CqSphereGeomStdAbw<T> rec;
+    if (radiusFixed(in)) {
+        r.function = functionName<T>("fitSphereGeomRfix");
+        A::fitSphereGeomRfix(in.p3<T>(), scaledRadius<T>(in), s, rec);
+    } else {
+        r.function = functionName<T>("fitSphereGeom");
+        A::fitSphereGeom(in.p3<T>(), s, rec);
+    }
+    takeRecord(in, r, rec, s.isValid() && finite(s.center()) && std::isfinite(s.radius()));
+    requireModestRadius(in, s.radius(), "a plane");
+    addMeasure(r, "StdAbwSphere", "std. deviation of radii (StdAbwSphere)", A::StdAbwSphere(in.p3<T>(), s));
+    r.uncertainties = {{"center", {double(rec.uCenterX), double(rec.uCenterY), double(rec.uCenterZ)}, 1},
+                       {"radius", {double(rec.uRadius)}, 1}};
+    r.primitive = math::Csphere3<double>(toDouble(s.center()), double(s.radius()));
+}
+
+template <class T>
+void cylinderGeom(FitInput const& in, FitResult& r) {
+    using A = math::approximate<T>;
+    math::Ccylinder3<T> z;
+    math::CqCylinderGeomStdAbw<T> rec;
+    if (radiusFixed(in)) {
+        r.function = functionName<T>("fitCylinderGeomRfix");
+        A::fitCylinderGeomRfix(in.p3<T>(), scaledRadius<T>(in), z, rec);
+    } else {
+        r.function = functionName<T>("fitCylinderGeom");
+        A::fitCylinderGeom(in.p3<T>(), z, rec);
+    }
+    takeRecord(in, r, rec,
+               z.isValid() && finite(z.axis().point()) && finite(z.axis().direction()) && std::isfinite(z.radius()));
+    requireModestRadius(in, z.radius(), "a plane");
+    addMeasure(r, "StdAbwCylinder", "std. deviation of axis distances (StdAbwCylinder)",
+               A::StdAbwCylinder(in.p3<T>(), z));
+    r.uncertainties = {{"point", {double(rec.uPointX), double(rec.uPointY), double(rec.uPointZ)}, 1},
+                       {"direction", {double(rec.uDirX), double(rec.uDirY), double(rec.uDirZ)}, 0},
+                       {"radius", {double(rec.uRadius)}, 1}};
+    r.primitive = math::Ccylinder3<double>(
+        math::Cline3<double>(toDouble(z.axis().point()), toDouble(z.axis().direction())), double(z.radius()));
+}
+
 template <class T>
 void planeResult(FitInput const& in, FitResult& r, math::Cplane3<T> const& plane) {
     if (!plane.isValid() || !finite(plane.normal()) || !std::isfinite(plane.d()))
@@ -275,6 +371,7 @@ void requireDetermined(FitInput const& in, Shape shape, Method method, Extent co
     PointSet const& pts = in.pts;
     switch (shape) {
         case Shape::circle:
+        case Shape::cylinder:
             requireNotCollinear(in, extent);
             break;
         case Shape::sphere:
@@ -335,7 +432,9 @@ struct Orient {
 std::vector<ShapeInfo> const& shapes() {
     // Minimum counts: the library's own minimum where it has one (4 for the
     // algebraic circle), otherwise the count that determines the primitive
-    // (2 points a line, 3 a plane, 4 a sphere).
+    // (2 points a line, 3 a plane, 4 a sphere, 5 a cylinder).  The circle
+    // keeps 4 for its geometric fit too, which would take 3: the collinearity
+    // check before the fit needs 4.
     static const std::vector<ShapeInfo> table = {
         {Shape::line2, "line2", "planar line", "a line",
          "signed distance from the line, positive to the left of its direction", 2, 2,
@@ -343,12 +442,17 @@ std::vector<ShapeInfo> const& shapes() {
         {Shape::line3, "line3", "spatial line", "a line", "distance from the line (radial, never negative)", 3, 2,
          {{Method::geom, line3Geom<double>, line3Geom<float>}}},
         {Shape::circle, "circle", "circle", "a circle", "radial distance from the circle, positive outside", 2, 4,
-         {{Method::lsq, circleLsq<double>, circleLsq<float>}}},
+         {{Method::geom, circleGeom<double>, circleGeom<float>, true},
+          {Method::lsq, circleLsq<double>, circleLsq<float>}}},
         {Shape::sphere, "sphere", "sphere", "a sphere", "radial distance from the sphere, positive outside", 3, 4,
-         {{Method::lsq, sphereLsq<double>, sphereLsq<float>}}},
+         {{Method::geom, sphereGeom<double>, sphereGeom<float>, true},
+          {Method::lsq, sphereLsq<double>, sphereLsq<float>}}},
         {Shape::plane, "plane", "plane", "a plane",
          "signed distance from the plane, positive on the side the normal points to", 3, 3,
          {{Method::geom, planeGeom<double>, planeGeom<float>}, {Method::fast, planeFast<double>, planeFast<float>}}},
+        {Shape::cylinder, "cylinder", "cylinder", "a cylinder",
+         "distance from the axis minus the radius, positive outside", 3, 5,
+         {{Method::geom, cylinderGeom<double>, cylinderGeom<float>, true}}},
     };
     return table;
 }
@@ -358,6 +462,11 @@ FitResult runFit(Shape shape, FitOptions const& options, PointSet const& pts) {
     FitMethod const* method = findMethod(info, options.method);
     if (method == nullptr)
         throw std::logic_error(std::string("metrofit: method not offered for ") + info.name);
+    const bool fixed = !std::isnan(options.radius);
+    if (fixed && !method->fixedRadius)
+        throw std::logic_error(std::string("metrofit: no fixed radius for ") + info.name);
+    if (fixed && !(options.radius > 0.0 && std::isfinite(options.radius)))
+        throw InputError("the fixed radius must be a positive number, got " + num(options.radius));
     if (pts.size() < info.minPoints)
         throw InputError(pts.source + ": the " + info.name + " fit needs at least " +
                          std::to_string(info.minPoints) + " points, found " + std::to_string(pts.size()));
@@ -414,6 +523,9 @@ FitResult runFit(Shape shape, FitOptions const& options, PointSet const& pts) {
     (single ? method->asFloat : method->asDouble)(in, r);
     r.primitive = scaledBy(r.primitive, -in.scaleExp);
     for (Measure& m : r.measures) m.value = std::ldexp(m.value, -m.lengthPower * in.scaleExp);
+    for (Uncertainty& u : r.uncertainties)
+        for (double& v : u.values) v = std::ldexp(v, -u.lengthPower * in.scaleExp);
+    r.fixedRadius = options.radius;
     std::visit(Orient(), r.primitive);
     computeResiduals(pts, r);
     return r;

@@ -18,21 +18,26 @@
 #include <cstddef>
 #include <limits>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
 namespace metrofit {
 
-enum class Shape { line2, line3, circle, sphere, plane };
+enum class Shape { line2, line3, circle, sphere, plane, cylinder };
 
 // lsq: algebraic least squares in closed form; geom: orthogonal (total) least
-// squares; fast: the power-iteration variant of the orthogonal plane fit.
+// squares (closed form for lines and planes, iterative for circles, spheres
+// and cylinders); fast: the power-iteration variant of the orthogonal plane
+// fit.
 enum class Method { lsq, geom, fast };
 
 // The fitted primitive as the library returns it (always in double; a float
-// fit's result is converted).  Sphere radii are stored as |r|.
+// fit's result is converted).  Sphere radii are stored as |r|.  A new shape
+// adds its primitive here, a visitor overload in shapes.cpp (parameters,
+// scaling, residuals) and in svg.cpp (views), and one entry in shapes().
 using Primitive = std::variant<math::Cline2<double>, math::Cline3<double>, math::Ccircle2<double>,
-                               math::Csphere3<double>, math::Cplane3<double>>;
+                               math::Csphere3<double>, math::Cplane3<double>, math::Ccylinder3<double>>;
 
 // A named deviation measure as the library reports it.
 struct Measure {
@@ -51,6 +56,21 @@ struct ResidualStats {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
+// Standard uncertainties of one parameter (key as in Parameter), from the
+// record of an iterative fit; NaN where the library leaves them undetermined.
+struct Uncertainty {
+    std::string key;
+    std::vector<double> values;
+    int lengthPower = 1;  // 1 for coordinates and radii, 0 for unit directions
+};
+
+// Progress of an iterative fit, from its record.
+struct Iterations {
+    bool reported = false;  // false for the closed-form fits
+    unsigned count = 0;     // evaluations of residuals and Jacobian
+    bool converged = false;
+};
+
 struct FitResult {
     Shape shape = Shape::line2;
     Method method = Method::geom;
@@ -61,6 +81,9 @@ struct FitResult {
     // residuals are measured at that scale too, then scaled back.
     int scaleExp = 0;
     std::vector<Measure> measures;  // deviation measures of the library
+    std::vector<Uncertainty> uncertainties;  // iterative fits only
+    Iterations iterations;
+    double fixedRadius = kNaN;  // the radius given with --radius, else NaN
     std::vector<double> residuals;  // signed distance of each point
     ResidualStats stats;
 };
@@ -70,6 +93,9 @@ struct FitResult {
 struct FitOptions {
     Method method = Method::geom;
     bool singlePrecision = false;  // fit with approximate<float> (points rounded to float)
+    // Finite and positive: fit with this radius fixed (the Rfix forms); only
+    // for methods whose FitMethod::fixedRadius is set.  NaN: radius fitted.
+    double radius = kNaN;
 };
 
 struct FitInput;  // the points in the library's types (fit.cpp)
@@ -82,6 +108,7 @@ struct FitMethod {
     Method method;
     FitAdapter asDouble;  // approximate<double>
     FitAdapter asFloat;   // approximate<float>
+    bool fixedRadius = false;  // the adapters honour FitOptions::radius
 };
 
 struct ShapeInfo {
@@ -104,11 +131,15 @@ FitMethod const* findMethod(ShapeInfo const& info, Method m);
 const char* methodName(Method m);
 bool methodFromName(std::string const& name, Method& m);
 
-// Parameters of the primitive in report order: key (JSON), label (table) and
-// 1 to 3 values.
+// Parameters of the primitive in report order: key (JSON), label (table),
+// 1 to 3 values and, for the iterative fits, their standard uncertainties
+// (empty otherwise).
 struct Parameter {
+    Parameter(std::string k, std::string l, std::vector<double> v)
+        : key(std::move(k)), label(std::move(l)), values(std::move(v)) {}
     std::string key, label;
     std::vector<double> values;
+    std::vector<double> uncertainties;
 };
 std::vector<Parameter> parameters(FitResult const& r);
 
@@ -129,7 +160,9 @@ Primitive scaledBy(Primitive const& p, int e);
 void computeResiduals(PointSet const& pts, FitResult& r);
 
 // Runs the library's fit.  Checks the column count and the minimum number of
-// points of the shape, refuses degenerate sets (all points equal, collinear
+// points of the shape, that a fixed radius is offered by the method
+// (std::logic_error otherwise: the command line refuses it first) and is
+// finite and positive (InputError), refuses degenerate sets (all points equal, collinear
 // points for a circle or plane, coplanar points for a sphere) with the
 // reason, and lets CthrowBase from the library pass (all as InputError).
 // Line directions and plane normals are turned so that their largest

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ostream>
+#include <vector>
 
 #ifndef METROFIT_VERSION
 #define METROFIT_VERSION "unknown"
@@ -63,14 +64,25 @@ void writeTable(std::ostream& out, PointSet const& pts, FitResult const& r) {
     for (Parameter const& p : parameters(r)) labelWidth = std::max(labelWidth, p.label.size() + 4);
     for (Measure const& m : r.measures) labelWidth = std::max(labelWidth, m.label.size() + 2);
     const std::size_t valueWidth = 18;
-    out << "  " << padRight("parameter", labelWidth) << padLeft("value", valueWidth) << "\n";
+    const std::vector<Parameter> params = parameters(r);
+    bool withUncertainty = false;
+    for (Parameter const& p : params) withUncertainty = withUncertainty || !p.uncertainties.empty();
+    out << "  " << padRight("parameter", labelWidth) << padLeft("value", valueWidth)
+        << (withUncertainty ? padLeft("std. uncertainty", valueWidth) : "") << "\n";
     const char axes[3] = {'x', 'y', 'z'};
-    for (Parameter const& p : parameters(r)) {
+    for (Parameter const& p : params) {
+        std::string name = p.label;
+        if (p.key == "radius" && !std::isnan(r.fixedRadius)) name += " (fixed)";
         for (std::size_t k = 0; k < p.values.size(); ++k) {
-            const std::string label = p.values.size() > 1 ? p.label + " " + axes[k] : p.label;
-            out << "  " << padRight(label, labelWidth) << padLeft(formatNumber(p.values[k]), valueWidth) << "\n";
+            const std::string label = p.values.size() > 1 ? name + " " + axes[k] : name;
+            out << "  " << padRight(label, labelWidth) << padLeft(formatNumber(p.values[k]), valueWidth);
+            if (k < p.uncertainties.size()) out << padLeft(formatNumber(p.uncertainties[k]), valueWidth);
+            out << "\n";
         }
     }
+    if (r.iterations.reported)
+        out << "  " << padRight("iterations", labelWidth) << padLeft(std::to_string(r.iterations.count), valueWidth)
+            << (r.iterations.converged ? "  (converged)" : "  (not converged)") << "\n";
 
     out << "\n  " << padRight("deviation measure", labelWidth) << padLeft("value", valueWidth) << "\n";
     if (r.measures.empty()) out << "  (none reported by this fit)\n";
@@ -115,6 +127,26 @@ nlohmann::ordered_json toJson(PointSet const& pts, FitResult const& r) {
         }
     }
     j["parameters"] = params;
+
+    if (r.iterations.reported) {
+        nlohmann::ordered_json unc = nlohmann::ordered_json::object();
+        for (Parameter const& p : parameters(r)) {
+            if (p.uncertainties.empty()) continue;
+            if (p.uncertainties.size() == 1) {
+                unc[p.key] = number(p.uncertainties[0]);
+            } else {
+                nlohmann::ordered_json a = nlohmann::ordered_json::array();
+                for (double v : p.uncertainties) a.push_back(number(v));
+                unc[p.key] = a;
+            }
+        }
+        j["uncertainties"] = unc;
+        nlohmann::ordered_json solver;
+        solver["iterations"] = r.iterations.count;
+        solver["converged"] = r.iterations.converged;
+        solver["fixed_radius"] = number(r.fixedRadius);
+        j["solver"] = solver;
+    }
 
     nlohmann::ordered_json dev = nlohmann::ordered_json::object();
     for (Measure const& m : r.measures) dev[m.key] = number(m.value);

@@ -69,6 +69,13 @@ struct Parameters {
     std::vector<Parameter> operator()(math::Cplane3<double> const& e) const {
         return {{"normal", "normal", values(e.normal())}, {"d", "d (n.x + d = 0)", {e.d()}}};
     }
+    std::vector<Parameter> operator()(math::Ccylinder3<double> const& z) const {
+        std::vector<Parameter> p = line(z.axis());
+        p[0].label = "axis point";
+        p[1].label = "axis direction";
+        p.push_back({"radius", "radius", {z.radius()}});
+        return p;
+    }
 };
 
 template <class P>
@@ -91,37 +98,49 @@ struct ScaledBy {
     Primitive operator()(math::Cplane3<double> const& p) const {
         return math::Cplane3<double>(p.normal(), std::ldexp(p.d(), e));
     }
+    Primitive operator()(math::Ccylinder3<double> const& z) const {
+        return math::Ccylinder3<double>(math::Cline3<double>(scaled(z.axis().point(), e), z.axis().direction()),
+                                        std::ldexp(z.radius(), e));
+    }
 };
 
 // Residual of point i: the library's distance, the circle's radial one; on
-// points and primitive scaled by 2^e, the result scaled back.
+// points and primitive scaled by 2^e, the result scaled back.  Any primitive
+// with a planar or spatial geometric<double>::distance is served without an
+// overload of its own.
 struct Residuals {
     PointSet const& pts;
     std::vector<double>& out;
     int e;
     template <class P>
-    void planar(P const& prim, double (*f)(P const&, math::Cpoint2<double> const&)) const {
-        for (std::size_t i = 0; i < out.size(); ++i) out[i] = std::ldexp(f(prim, scaled(point2(pts, i), e)), -e);
+    auto operator()(P const& prim) const
+        -> decltype(math::geometric<double>::distance(prim, math::Cpoint2<double>()), void()) {
+        for (std::size_t i = 0; i < out.size(); ++i)
+            out[i] = std::ldexp(math::geometric<double>::distance(prim, scaled(point2(pts, i), e)), -e);
     }
     template <class P>
-    void spatial(P const& prim) const {
+    auto operator()(P const& prim) const
+        -> decltype(math::geometric<double>::distance(prim, math::Cpoint3<double>()), void()) {
         for (std::size_t i = 0; i < out.size(); ++i)
             out[i] = std::ldexp(math::geometric<double>::distance(prim, scaled(point3(pts, i), e)), -e);
     }
-    void operator()(math::Cline2<double> const& l) const {
-        planar<math::Cline2<double>>(l, math::geometric<double>::distance);
+    void operator()(math::Ccircle2<double> const& c) const {
+        for (std::size_t i = 0; i < out.size(); ++i)
+            out[i] = std::ldexp(radialResidual(c, scaled(point2(pts, i), e)), -e);
     }
-    void operator()(math::Ccircle2<double> const& c) const { planar<math::Ccircle2<double>>(c, radialResidual); }
-    void operator()(math::Cline3<double> const& l) const { spatial(l); }
-    void operator()(math::Csphere3<double> const& s) const { spatial(s); }
-    void operator()(math::Cplane3<double> const& e) const { spatial(e); }
 };
 
 }  // namespace
 
 Primitive scaledBy(Primitive const& p, int e) { return e == 0 ? p : std::visit(ScaledBy{e}, p); }
 
-std::vector<Parameter> parameters(FitResult const& r) { return std::visit(Parameters(), r.primitive); }
+std::vector<Parameter> parameters(FitResult const& r) {
+    std::vector<Parameter> ps = std::visit(Parameters(), r.primitive);
+    for (Parameter& p : ps)
+        for (Uncertainty const& u : r.uncertainties)
+            if (u.key == p.key) p.uncertainties = u.values;
+    return ps;
+}
 
 double radialResidual(math::Ccircle2<double> const& c, math::Cpoint2<double> const& p) {
     const math::Cpoint2<double> w = p - c.center();

@@ -349,6 +349,69 @@ struct Views {
             return Mark{{across, h}, u * R, u};
         };
         panels.push_back(p);
+        panels.push_back(unrolled(sp.center(), axis, R, "residuals against the angle about the cap axis"));
+    }
+
+    // A section across the axis: the points projected along it onto the
+    // plane normal to it, the fitted circle of the radius, radial residuals.
+    void operator()(math::Ccylinder3<double> const& z) const {
+        Panel p;
+        p.title = heading + ": section along the axis";
+        p.xLabel = "across the axis 1";
+        p.yLabel = "across the axis 2";
+        const D3 axis = z.axis().direction();
+        const P3 e1 = axisAcross(axis), e2 = axis.cross(e1), o = z.axis().point();
+        const double R = z.radius();
+        p.hasCircle = true;
+        p.circleCenter = {0, 0};
+        p.circleRadius = R;
+        PointSet const& s = pts;
+        p.mark = [&s, o, e1, e2, R](std::size_t i) {
+            const P3 w = point3(s, i) - o;
+            const P2 q(w.dot(e1), w.dot(e2));
+            const double rho = std::hypot(q.x, q.y);
+            const P2 u = rho > 0 ? q / rho : P2(1, 0);
+            return Mark{q, u * R, u};
+        };
+        panels.push_back(p);
+        panels.push_back(unrolled(o, axis, R, "residuals against the angle about the axis"));
+    }
+
+    // The residual plot of a 3D fit: each residual against the angle phi of
+    // its point about `axis` through `o`, in [-180, 180] degrees from the
+    // mean direction of the points about the axis (so a partial arc is not
+    // split at the seam; the view's first axis across it when the points go
+    // round), drawn at the arc length R phi (the surface unrolled, equal
+    // scales) with the residuals as whiskers from zero.
+    Panel unrolled(P3 const& o, D3 const& axis, double R, std::string const& title) const {
+        Panel p;
+        p.title = title + " (unrolled at radius " + shortNumber(R) + ")";
+        p.xLabel = "arc length R·angle";
+        p.yLabel = "residual";
+        p.flat = true;
+        const P3 e1 = axisAcross(axis), e2 = axis.cross(e1);
+        P2 sum(0, 0);
+        for (std::size_t i = 0; i < n(); ++i) {
+            const P3 w = point3(pts, i) - o;
+            const P2 q(w.dot(e1), w.dot(e2));
+            const double len = std::hypot(q.x, q.y);
+            if (len > 0) sum += q / len;
+        }
+        const double phi0 = std::hypot(sum.x, sum.y) >= 1e-3 * static_cast<double>(n()) ? std::atan2(sum.y, sum.x) : 0.0;
+        PointSet const& s = pts;
+        std::vector<double> const& res = r.residuals;
+        p.mark = [&s, &res, o, e1, e2, R, phi0](std::size_t i) {
+            const P3 w = point3(s, i) - o;
+            const double x = R * std::remainder(std::atan2(w.dot(e2), w.dot(e1)) - phi0, 2.0 * 3.14159265358979323846);
+            return Mark{{x, res[i]}, {x, 0.0}, {0.0, 1.0}};
+        };
+        double lo = HUGE_VAL, hi = -HUGE_VAL;
+        for (std::size_t i = 0; i < n(); ++i) {
+            lo = std::min(lo, p.mark(i).at.x);
+            hi = std::max(hi, p.mark(i).at.x);
+        }
+        p.curves.push_back({{lo, 0.0}, {hi, 0.0}});
+        return p;
     }
 
     // In-plane frame: origin at the centroid's foot on the plane, axes e1, e2

@@ -21,6 +21,12 @@
 //     the centre and the mean direction of the points (the cap axis) into one
 //     plane, keeping its distance from the centre and its angle to the axis;
 //     the fitted sphere shows as its great circle, residuals are radial;
+//     below it the residual plot (see cylinder) about the cap axis;
+//   cylinder: a section along the axis (points projected onto the plane
+//     normal to it, the circle of the radius, radial residuals), and the
+//     residual plot: each residual against the angle of its point about the
+//     axis, at the arc length radius * angle (the surface unrolled, angle 0
+//     at the points' mean direction about the axis), whiskers from zero;
 //   plane: two panels: the points in the plane's own frame (the in-plane
 //     axes of Cplane3::pointAt, origin at the centroid's foot; dots sized by
 //     |residual| and coloured by sign), and a side view along the first

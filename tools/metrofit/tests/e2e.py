@@ -89,7 +89,7 @@ def group_samples(tool, data, gen):
     j = tool.json("circle", bore)
     if j:
         t = T["bore_edge.csv"]
-        check(j["fit"] == "circle" and j["method"] == "lsq", "circle: fit/method fields")
+        check(j["fit"] == "circle" and j["method"] == "geom", "circle: fit/method fields")
         check(j["points"] == 235, "circle: 235 points, got %s" % j["points"])
         c = j["parameters"]["center"]
         check(math.hypot(c[0] - t["center"][0], c[1] - t["center"][1]) < 0.05, "circle: centre %s" % c)
@@ -98,6 +98,18 @@ def group_samples(tool, data, gen):
         check(abs(j["deviations"]["stdAbw"] - t["noise"]) < 0.15 * t["noise"], "circle: stdAbw %s" % j["deviations"])
         check(abs(j["residuals"]["rms"] - t["noise"]) < 0.15 * t["noise"], "circle: rms %s" % j["residuals"])
         check(abs(j["residuals"]["mean"]) < 0.02, "circle: mean residual %s" % j["residuals"]["mean"])
+        # Uncertainties: about noise / sqrt(n) = 0.008 px, and the truth within 4 of them.
+        u = j["uncertainties"]
+        check(0.004 < u["radius"] < 0.016 and len(u["center"]) == 2, "circle: uncertainties %s" % u)
+        check(abs(j["parameters"]["radius"] - t["radius"]) < 4 * u["radius"], "circle: radius within 4 u")
+        check(j["solver"]["converged"] and 0 < j["solver"]["iterations"] < 20, "circle: solver %s" % j["solver"])
+
+        # The closed form stays selectable, and agrees on this well-spread arc.
+        jl = tool.json("circle", bore, "--method", "lsq")
+        if jl:
+            check(jl["function"] == "approximate<double>::fitCircleLsq" and "uncertainties" not in jl,
+                  "circle lsq: function %s" % jl["function"])
+            check(abs(jl["parameters"]["radius"] - j["parameters"]["radius"]) < 0.02, "circle lsq: radius")
 
         # The float instantiation on the same data: within the same tolerances.
         jf = tool.json("circle", bore, "--float")
@@ -125,6 +137,25 @@ def group_samples(tool, data, gen):
         check(abs(j["parameters"]["radius"] - t["radius"]) < 0.002, "sphere: radius %s" % j["parameters"]["radius"])
         check(j["parameters"]["radius"] > 0, "sphere: radius reported positive")
         check(abs(j["deviations"]["stdAbw"] - t["noise"]) < 0.2 * t["noise"], "sphere: stdAbw %s" % j["deviations"])
+        check(j["function"] == "approximate<double>::fitSphereGeom" and len(j["uncertainties"]["center"]) == 3,
+              "sphere: geometric by default, %s" % j["function"])
+
+    # Cylinder: 144 points on a 270-degree arc, noise 2 um; within 4
+    # uncertainties of the truth; the nominal radius 8 by --radius.
+    j = tool.json("cylinder", os.path.join(data, "shaft_scan.txt"))
+    if j:
+        t, p, u = T["shaft_scan.txt"], j["parameters"], j["uncertainties"]
+        check(abs(p["radius"] - t["radius"]) < 4 * u["radius"] and u["radius"] < 0.001, "cylinder: radius %s" % p)
+        check(angle_between_axes(p["direction"], t["direction"]) < 1e-4, "cylinder: direction %s" % p["direction"])
+        check(dist_point_line(p["point"], t["point"], t["direction"]) < 0.002, "cylinder: axis point %s" % p["point"])
+        check(j["solver"]["converged"] and j["solver"]["fixed_radius"] is None, "cylinder: solver %s" % j["solver"])
+    j = tool.json("cylinder", os.path.join(data, "shaft_scan.txt"), "--radius", "8")
+    if j:
+        check(j["parameters"]["radius"] == 8.0 and j["uncertainties"]["radius"] == 0.0 and
+              j["function"].endswith("fitCylinderGeomRfix") and j["solver"]["fixed_radius"] == 8.0,
+              "cylinder --radius 8: %s" % j["parameters"])
+        # 4 um too large: the points lie inside by about that much.
+        check(abs(j["residuals"]["mean"] + 0.004) < 0.001, "cylinder --radius 8: mean %s" % j["residuals"]["mean"])
 
     # Plane with an outlier: the fit is pulled a little (0.35 mm on 96 points),
     # the tilt stays within 5e-4 rad, and the worst point is the outlier on
@@ -186,9 +217,9 @@ def group_outputs(tool, data, gen):
     check(rc == 0 and err == "", "outputs: exit %d, stderr %r" % (rc, err))
 
     # Table: heading, parameters, measures, worst line.
-    check(out.startswith("circle fit (lsq, approximate<double>::fitCircleLsq) to 235 points from "),
+    check(out.startswith("circle fit (geom, approximate<double>::fitCircleGeom) to 235 points from "),
           "table heading: %r" % out[:120])
-    m = re.search(r"^\s+radius\s+([-0-9.e+]+)$", out, re.M)
+    m = re.search(r"^\s+radius\s+([-0-9.e+]+)\s+[0-9.e+-]+$", out, re.M)
     check(m and abs(float(m.group(1)) - 80.45) < 0.05, "table radius line")
     check("StdAbwCircle2" in out and re.search(r"at line \d+$", out, re.M), "table measures and worst line")
 
@@ -221,7 +252,8 @@ def group_outputs(tool, data, gen):
 
     # Every shape draws; the magnification is honoured; 3D fits name their view.
     views = {"sphere": ("sphere_scan.txt", "meridian section"), "plane": ("plane_outlier.csv", "plane's frame"),
-             "line3": ("line3.txt", "axial against radial"), "line2": ("edge_line.csv", "line2 fit")}
+             "line3": ("line3.txt", "axial against radial"), "line2": ("edge_line.csv", "line2 fit"),
+             "cylinder": ("shaft_scan.txt", "section along the axis")}
     for shape, (name, title) in views.items():
         path = os.path.join(tool.work, shape + ".svg")
         rc, out, err = tool.run(shape, os.path.join(data, name), "--svg", path, "--magnify", "50", "--json")
@@ -353,11 +385,14 @@ def group_errors(tool, data, gen):
 
 def group_usage(tool, data, gen):
     bore = os.path.join(data, "bore_edge.csv")
-    expect_error(tool, ["ellipse", bore], 2, r"unknown fit 'ellipse'; choose one of line2, line3, circle, sphere, plane")
+    expect_error(tool, ["torus", bore], 2, r"unknown fit 'torus'; choose one of line2, line3, circle, sphere, plane, cylinder")
     expect_error(tool, ["circle"], 2, r"FILE is required")
     expect_error(tool, [], 2, r"required")
     expect_error(tool, ["circle", bore, "--frobnicate"], 2, r"frobnicate")
-    expect_error(tool, ["circle", bore, "--method", "geom"], 2, r"method 'geom' is not available for circle; available: lsq")
+    expect_error(tool, ["cylinder", bore, "--method", "lsq"], 2, r"method 'lsq' is not available for cylinder; available: geom")
+    expect_error(tool, ["plane", bore, "--radius", "5"], 2, r"--radius is not available for plane with method geom")
+    expect_error(tool, ["circle", bore, "-m", "lsq", "--radius", "5"], 2, r"--radius is not available for circle with method lsq")
+    expect_error(tool, ["sphere", bore, "--radius", "0"], 2, r"--radius needs a positive number$")
     expect_error(tool, ["line3", bore, "--method", "banana"], 2, r"method 'banana' is not available for line3")
     expect_error(tool, ["circle", bore, "--magnify", "-3"], 2, r"--magnify needs a positive number$")
     expect_error(tool, ["circle", bore, "--magnify", "inf"], 2, r"--magnify needs a positive number$")

@@ -7,7 +7,9 @@
 #include "svg.h"
 #include "app.h"
 
+#include <math/approximate.h>
 #include <math/errors.h>
+#include <math/geometric.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -504,7 +506,9 @@ TEST(MetrofitApp, ExitCodesAndOneLineErrors) {
 
     const std::vector<std::pair<std::vector<std::string>, int>> failing = {
         {{"torus", "-"}, 2},       {{"circle"}, 2},
-        {{"circle", "-", "-x"}, 2}, {{"circle", "-", "-m", "geom"}, 2},
+        {{"circle", "-", "-x"}, 2}, {{"cylinder", "-", "-m", "lsq"}, 2},
+        {{"line2", "-", "--radius", "1"}, 2}, {{"circle", "-", "-m", "lsq", "--radius", "1"}, 2},
+        {{"circle", "-", "--radius", "-1"}, 2}, {{"sphere", "-", "--radius", "nan"}, 2},
         {{"circle", "-", "--magnify", "0"}, 2}, {{"plane", "-"}, 1},
         {{"circle", "/nonexistent.csv"}, 1},
     };
@@ -652,4 +656,129 @@ TEST(MetrofitSvg, LargeSetsDrawABoundedSample) {
     std::ostream sink(&full);
     writeSvg(sink, pts, r, SvgOptions());
     EXPECT_LT(full.offered, 1200u);
+}
+
+// The iterative fits: circle and sphere by default, the cylinder, a fixed
+// radius; parameters, uncertainties and iterations as the library's record
+// gives them at the data's own scale.
+TEST(MetrofitFit, GeometricFitsAndTheirRecords) {
+    EXPECT_EQ(shapeInfo(Shape::circle).methods.front().method, Method::geom);
+    EXPECT_EQ(shapeInfo(Shape::sphere).methods.front().method, Method::geom);
+
+    // A 100-degree arc of radius 5 about (1000.5, -300.25) with a wavy form
+    // error; runFit scales by a power of two, which must not change anything.
+    std::vector<double> xy;
+    std::vector<math::Cpoint2<double>> lib;
+    for (int k = 0; k < 40; ++k) {
+        const double a = 0.2 + 1.75 * k / 39.0, r = 5.0 + 0.01 * std::sin(5.3 * k);
+        lib.emplace_back(1000.5 + r * std::cos(a), -300.25 + r * std::sin(a));
+        xy.insert(xy.end(), {lib.back().x, lib.back().y});
+    }
+    const FitResult c = runFit(Shape::circle, Method::geom, make(2, xy));
+    math::Ccircle2<double> ref;
+    math::CqCircleGeomStdAbw<double> rec;
+    math::approximate<double>::fitCircleGeom(lib, ref, rec);
+    EXPECT_EQ(c.function, "approximate<double>::fitCircleGeom");
+    EXPECT_TRUE(c.iterations.reported && c.iterations.converged);
+    EXPECT_EQ(c.iterations.count, rec.iterations);
+    EXPECT_NEAR(P(c, "radius")[0], ref.radius(), 1e-12 * ref.radius());
+    EXPECT_NEAR(P(c, "center")[1], ref.center().y, 1e-12 * ref.radius());
+    std::vector<Parameter> ps = parameters(c);
+    ASSERT_EQ(ps[0].uncertainties.size(), 2u);
+    EXPECT_NEAR(ps[0].uncertainties[0], rec.uCenterX, 1e-9 * rec.uCenterX);
+    EXPECT_NEAR(ps[1].uncertainties[0], rec.uRadius, 1e-9 * rec.uRadius);
+    EXPECT_GT(rec.uRadius, 1e-4);
+
+    // Fixed radius 5.5: the centre on the arc's concave side (the true centre's).
+    FitOptions o;
+    o.radius = 5.5;
+    const FitResult cf = runFit(Shape::circle, o, make(2, xy));
+    EXPECT_EQ(cf.function, "approximate<double>::fitCircleGeomRfix");
+    EXPECT_EQ(P(cf, "radius")[0], 5.5);
+    EXPECT_EQ(parameters(cf)[1].uncertainties[0], 0.0);
+    const std::vector<double> cc = P(cf, "center");
+    EXPECT_GT((cc[0] - 1000.5) * std::cos(1.075) + (cc[1] + 300.25) * std::sin(1.075), -1.0);
+    EXPECT_LT(std::hypot(cc[0] - 1000.5, cc[1] + 300.25), 1.0);
+    o.radius = 0.0;
+    EXPECT_THROW(runFit(Shape::circle, o, make(2, xy)), InputError);
+    o.radius = 1.0;
+    EXPECT_THROW(runFit(Shape::line2, o, make(2, xy)), std::logic_error);
+
+    // Exact cylinder: three tracks of a 120-degree arc, axis tilted, far out.
+    const math::Cdirec3<double> dir(0.2, -0.1, 1.0);
+    const math::Cpoint3<double> o3(5e3, -2e3, 40.0);
+    const math::Cplane3<double> frame(dir, 0.0);
+    std::vector<double> xyz;
+    for (int t = 0; t < 3; ++t)
+        for (int k = 0; k < 15; ++k) {
+            const double a = 2.0944 * k / 14.0;
+            const math::Cpoint3<double> q =
+                o3 + math::Cpoint3<double>(dir) * (10.0 * t) + frame.pointAt(12.0 * std::cos(a), 12.0 * std::sin(a));
+            xyz.insert(xyz.end(), {q.x, q.y, q.z});
+        }
+    for (bool single : {false, true}) {
+        const FitResult z = runFit(Shape::cylinder, Method::geom, make(3, xyz), single);
+        const double tol = single ? 2e-2 : 1e-8;  // float: 7 digits of coordinates near 5e3
+        EXPECT_NEAR(P(z, "radius")[0], 12.0, tol * 12.0) << single;
+        const std::vector<double> d = P(z, "direction"), q = P(z, "point");
+        EXPECT_NEAR(d[0] * dir.x + d[1] * dir.y + d[2] * dir.z, 1.0, tol * tol) << single;
+        EXPECT_LT(math::geometric<double>::distance(math::Cline3<double>(o3, dir), math::Cpoint3<double>(q[0], q[1], q[2])),
+                  tol * 12.0) << single;
+        EXPECT_LT(z.stats.maxAbs, tol * 12.0) << single;
+        EXPECT_EQ(parameters(z)[2].uncertainties.size(), 1u);
+    }
+    o.radius = 12.0;
+    const FitResult zf = runFit(Shape::cylinder, o, make(3, xyz));
+    EXPECT_EQ(zf.function, "approximate<double>::fitCylinderGeomRfix");
+    EXPECT_LT(zf.stats.maxAbs, 1e-8);
+    EXPECT_EQ(fitError(Shape::cylinder, Method::geom, make(3, {0, 0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 3, 5, 5, 5})),
+              "m.txt: degenerate point configuration: the points are collinear, a cylinder is not determined");
+
+    // Residual signs: the cylinder's (as the sphere's) are positive outside.
+    FitResult zr;
+    zr.shape = Shape::cylinder;
+    zr.primitive = math::Ccylinder3<double>(math::Cline3<double>({1, 2, 0}, math::Cdirec3<double>(0, 0, 1)), 3.0);
+    computeResiduals(make(3, {1, 6.5, 9, 1, 2, -4, -1, 2, 0}), zr);
+    EXPECT_EQ(zr.residuals, (std::vector<double>{1.5, -3.0, -1.0}));
+
+    // The drawing: section and residual plot, one whisker per point in each.
+    std::ostringstream svg;
+    const PointSet zp = make(3, xyz);
+    writeSvg(svg, zp, runFit(Shape::cylinder, Method::geom, zp), SvgOptions());
+    EXPECT_EQ(count(svg.str(), "<clipPath"), 2u);
+    EXPECT_EQ(count(svg.str(), "<line "), 2 * zp.size());
+    EXPECT_NE(svg.str().find("residuals against the angle about the axis (unrolled at radius 12)"), std::string::npos);
+}
+
+TEST(MetrofitApp, UncertaintiesAndIterationsReported) {
+    const std::string pts = "x,y\n1,0\n0,1\n-1,0\n0,-1.01\n0.6,0.8\n0.8,-0.6\n";
+    RunResult r = runTool({"circle", "-", "--json"}, pts);
+    ASSERT_EQ(r.rc, 0) << r.err;
+    nlohmann::json j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j["method"], "geom");
+    EXPECT_EQ(j["uncertainties"]["center"].size(), 2u);
+    EXPECT_GT(j["uncertainties"]["radius"].get<double>(), 0.0);
+    EXPECT_TRUE(j["solver"]["converged"].get<bool>());
+    EXPECT_GT(j["solver"]["iterations"].get<int>(), 0);
+    EXPECT_TRUE(j["solver"]["fixed_radius"].is_null());
+
+    r = runTool({"circle", "-", "--json", "--radius", "1"}, pts);
+    ASSERT_EQ(r.rc, 0) << r.err;
+    j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j["solver"]["fixed_radius"].get<double>(), 1.0);
+    EXPECT_EQ(j["parameters"]["radius"].get<double>(), 1.0);
+    EXPECT_EQ(j["uncertainties"]["radius"].get<double>(), 0.0);
+
+    r = runTool({"circle", "-", "--json", "-m", "lsq"}, pts);
+    j = nlohmann::json::parse(r.out);
+    EXPECT_FALSE(j.contains("uncertainties") || j.contains("solver"));
+
+    r = runTool({"circle", "-", "--radius", "1"}, pts);
+    EXPECT_NE(r.out.find("std. uncertainty\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  radius (fixed) "), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  (converged)\n"), std::string::npos) << r.out;
+
+    r = runTool({"line2", "-", "--radius", "1"}, pts);
+    EXPECT_EQ(r.err, "metrofit: error: --radius is not available for line2 with method geom; a fixed radius is "
+                     "offered for circle, sphere, cylinder (method geom)\n");
 }
