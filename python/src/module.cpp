@@ -202,6 +202,53 @@ template <class T> py::dict record(CqCylinderGeomStdAbw<T> const& r) {
     return d;
 }
 
+template <class T> Cellipse2<double> D(Cellipse2<T> const& e) {
+    return Cellipse2<double>(D(e.center()), e.a(), e.b(), e.angle());
+}
+template <class T> py::dict record(CqEllipseGeomStdAbw<T> const& r) {
+    py::dict d = recordBase(r);
+    d["u_center"] = py::make_tuple(double(r.uCenterX), double(r.uCenterY));
+    d["u_a"] = double(r.uA);
+    d["u_b"] = double(r.uB);
+    d["u_angle"] = double(r.uAngle);
+    return d;
+}
+
+// (N, 2) array of planar points.
+py::array_t<double> array2(std::vector<Cpoint2<double>> const& v) {
+    py::array_t<double> out({static_cast<py::ssize_t>(v.size()), py::ssize_t(2)});
+    auto o = out.mutable_unchecked<2>();
+    for (std::size_t i = 0; i < v.size(); ++i) {
+        o(i, 0) = v[i].x;
+        o(i, 1) = v[i].y;
+    }
+    return out;
+}
+
+// Runs a planar estimator on source and destination points; its nested
+// exceptions become ValueError.
+template <class Est>
+CtransPrm2<double> estimate(Est& est, py::handle src, py::handle dst) {
+    PointArray s = points(src, 2, "source"), d = points(dst, 2, "dest");
+    auto vs = vec2<double>(s), vd = vec2<double>(d);
+    try {
+        return nogil([&] {
+            est.setAll(vs, vd);
+            return est.transform();
+        });
+    } catch (typename Est::xArgumentMismatch const&) {
+        throw py::value_error("source and dest must hold the same number of points");
+    } catch (typename Est::xNotInitialized const&) {
+        throw py::value_error("source and dest must both be set");
+    }
+}
+
+py::array_t<double> column(Cmatrix<double> const& x) {
+    std::vector<double> v(x.m());
+    for (unsigned i = 0; i < x.m(); ++i) v[i] = x(i, 0);
+    return py::array_t<double>(v.size(), v.data());
+}
+
 template <class T>
 CqGeomFitPrm<T> fitParams(py::dict const& kw) {
     CqGeomFitPrm<T> p;
@@ -718,6 +765,112 @@ PYBIND11_MODULE(_metromath, m) {
         "Cylinder by orthogonal distances: automatic start, from a start Cylinder3, or with radius=R fixed.\n"
         "Example: z, rec = fit_cylinder_geom(pts, record=True)");
 
+    py::class_<Cellipse2<double>>(m, "Ellipse2", "Planar ellipse: centre, semi-axes a >= b, angle of the a axis.\nExample: Ellipse2([0, 0], 3.0, 2.0, 0.5)")
+        .def(py::init([](py::handle c, double a, double b, double angle) { return Cellipse2<double>(pt2(c), a, b, angle); }),
+             py::arg("center"), py::arg("a"), py::arg("b"), py::arg("angle"))
+        .def_property_readonly("center", [](Cellipse2<double> const& e) { return arr2(e.center()); })
+        .def_property_readonly("a", [](Cellipse2<double> const& e) { return e.a(); })
+        .def_property_readonly("b", [](Cellipse2<double> const& e) { return e.b(); })
+        .def_property_readonly("angle", [](Cellipse2<double> const& e) { return e.angle(); })
+        .def("is_valid", &Cellipse2<double>::isValid)
+        .def("__repr__", [](Cellipse2<double> const& e) {
+            return "Ellipse2(center=(" + fmt(e.center().x) + ", " + fmt(e.center().y) + "), a=" + fmt(e.a()) +
+                   ", b=" + fmt(e.b()) + ", angle=" + fmt(e.angle()) + ")";
+        });
+
+    m.def(
+        "fit_ellipse_geom",
+        [](py::handle pts, std::string const& method, bool record, py::kwargs kw) -> py::object {
+            if (method != "gn" && method != "lm") throw py::value_error("method: 'gn' or 'lm'");
+            const bool lm = method == "lm";
+            PointArray p = points(pts, 2);
+            return geomFit<Cellipse2<double>>(
+                p, record, kw,
+                [&](CqGeomFitPrm<double> const& prm) {
+                    std::pair<Cellipse2<double>, CqEllipseGeomStdAbw<double>> o;
+                    auto v = vec2<double>(p);
+                    if (lm) approximate<double>::fitEllipseGeomLM(v, o.first, o.second, prm);
+                    else approximate<double>::fitEllipseGeom(v, o.first, o.second, prm);
+                    return o;
+                },
+                [&](CqGeomFitPrm<float> const& prm) {
+                    std::pair<Cellipse2<float>, CqEllipseGeomStdAbw<float>> o;
+                    auto v = vec2<float>(p);
+                    if (lm) approximate<float>::fitEllipseGeomLM(v, o.first, o.second, prm);
+                    else approximate<float>::fitEllipseGeom(v, o.first, o.second, prm);
+                    return o;
+                });
+        },
+        py::arg("points"), py::arg("method") = "gn", py::arg("record") = false,
+        "Ellipse by orthogonal distances: method 'gn' (Gauss-Newton on foot points) or 'lm'\n"
+        "(Levenberg-Marquardt over the parameters and one phase per point); both reach the same minimum.\n"
+        "Example: e, rec = fit_ellipse_geom(pts, record=True)");
+
+    // ---------------------------------------------------------------- planar transformations
+    py::class_<CtransPrm2<double>>(m, "TransPrm2",
+                                   "Planar transformation: rotation angles, scale and translation.\n"
+                                   "Example: prm = estimate_helmert(src, dst); prm.transform(src)")
+        .def(py::init([](double alpha, double beta, py::handle t, py::handle sc) {
+                 Cpoint2<double> scale = pt2(sc);
+                 return CtransPrm2<double>(alpha, beta, pt2(t), scale);
+             }),
+             py::arg("alpha"), py::arg("beta"), py::arg("translation"), py::arg("scale"))
+        .def_property_readonly("rot_x", &CtransPrm2<double>::getRot_X)
+        .def_property_readonly("rot_y", &CtransPrm2<double>::getRot_Y)
+        .def_property_readonly("translation", [](CtransPrm2<double> const& t) { return arr2(t.getTranslation()); })
+        .def_property_readonly("scale", [](CtransPrm2<double> const& t) { return arr2(t.getScale()); })
+        .def(
+            "transform",
+            [](CtransPrm2<double> const& t, py::handle pts) {
+                PointArray p = points(pts, 2);
+                auto v = vec2<double>(p);
+                std::vector<Cpoint2<double>> out;
+                nogil([&] {
+                    t.transform(v, out);
+                    return 0;
+                });
+                return array2(out);
+            },
+            py::arg("points"), "The (N, 2) points mapped forward.")
+        .def(
+            "retransform",
+            [](CtransPrm2<double> const& t, py::handle pts) {
+                PointArray p = points(pts, 2);
+                auto v = vec2<double>(p);
+                std::vector<Cpoint2<double>> out;
+                nogil([&] {
+                    t.retransform(v, out);
+                    return 0;
+                });
+                return array2(out);
+            },
+            py::arg("points"), "The backward form (see the C++ docs: the exact inverse only for equal angles and scales).")
+        .def("__repr__", [](CtransPrm2<double> const& t) {
+            return "TransPrm2(rot_x=" + fmt(t.getRot_X()) + ", rot_y=" + fmt(t.getRot_Y()) + ", translation=(" +
+                   fmt(t.getTranslation().x) + ", " + fmt(t.getTranslation().y) + "), scale=(" +
+                   fmt(t.getScale().x) + ", " + fmt(t.getScale().y) + "))";
+        });
+    m.def(
+        "estimate_helmert",
+        [](py::handle src, py::handle dst) {
+            Ctrans2_Helmert<double> est;
+            CtransPrm2<double> prm = estimate(est, src, dst);
+            return py::make_tuple(prm, column(est.getSolution()));
+        },
+        py::arg("source"), py::arg("dest"),
+        "Similarity transform (rotation, one scale, translation) by least squares; returns\n"
+        "(TransPrm2, [tx, ty, a, b]).\nExample: prm, sol = estimate_helmert(src, dst)");
+    m.def(
+        "estimate_affine",
+        [](py::handle src, py::handle dst) {
+            Ctrans2_Affine<double> est;
+            CtransPrm2<double> prm = estimate(est, src, dst);
+            return py::make_tuple(prm, column(est.getSolutionX()), column(est.getSolutionY()));
+        },
+        py::arg("source"), py::arg("dest"),
+        "Affine transform by least squares; returns (TransPrm2, [a0, a1, a2], [b0, b1, b2]).\n"
+        "Example: prm, sx, sy = estimate_affine(src, dst)");
+
     m.def(
         "std_abw_cylinder",
         [](py::handle pts, Ccylinder3<double> const& z) {
@@ -782,6 +935,8 @@ PYBIND11_MODULE(_metromath, m) {
     m.def("distance", [=](Csphere3<double> const& s, py::handle p) { return distances3(s, p); }, py::arg("sphere"),
           py::arg("points"));
     m.def("distance", [=](Ccylinder3<double> const& z, py::handle p) { return distances3(z, p); }, py::arg("cylinder"),
+          py::arg("points"));
+    m.def("distance", [=](Cellipse2<double> const& e, py::handle p) { return distances2(e, p); }, py::arg("ellipse"),
           py::arg("points"));
     m.def(
         "project",
@@ -882,11 +1037,6 @@ PYBIND11_MODULE(_metromath, m) {
         if (!a || a.ndim() != 1 || static_cast<std::size_t>(a.shape(0)) != m)
             throw py::value_error("b: expected a vector of shape (" + std::to_string(m) + ",)");
         return std::vector<double>(a.data(), a.data() + a.size());
-    };
-    auto column = [](Cmatrix<double> const& x) {
-        std::vector<double> v(x.m());
-        for (unsigned i = 0; i < x.m(); ++i) v[i] = x(i, 0);
-        return py::array_t<double>(v.size(), v.data());
     };
     m.def(
         "lu_solve",

@@ -229,3 +229,38 @@ def test_geometric_fits_against_scipy_and_exact_data():
     with pytest.raises(TypeError, match="max_iter"):
         mm.fit_circle_geom(p, max_iterations=3)
     assert mm.fit_circle_geom(p, max_iter=1, record=True)[1]["iterations"] <= 1
+
+
+def test_ellipse_fits_and_planar_transformations():
+    rng = np.random.default_rng(8)
+    t = rng.uniform(0, 2 * np.pi, 400)
+    c, s = np.cos(0.4), np.sin(0.4)
+    u, v = 6.0 * np.cos(t), 2.5 * np.sin(t)
+    pts = np.c_[500 + c * u - s * v, -300 + s * u + c * v]
+    for method in ("gn", "lm"):
+        e, rec = mm.fit_ellipse_geom(pts, method=method, record=True)
+        np.testing.assert_allclose([*e.center, e.a, e.b, e.angle], [500, -300, 6, 2.5, 0.4], rtol=1e-9, atol=1e-9)
+        assert rec["converged"] and set(rec) >= {"u_a", "u_b", "u_angle", "u_center"}
+        assert np.abs(mm.distance(e, pts)).max() < 1e-8
+    with pytest.raises(ValueError, match="method"):
+        mm.fit_ellipse_geom(pts, method="newton")
+    assert not mm.fit_ellipse_geom(pts[:4]).is_valid()
+
+    src = rng.uniform(0, 100, (50, 2)) + 1000
+    ang, scale, shift = 0.3, 1.00002, np.array([25.4, -12.7])
+    R = np.array([[np.cos(ang), -np.sin(ang)], [np.sin(ang), np.cos(ang)]])
+    dst = scale * src @ R.T + shift
+    prm, sol = mm.estimate_helmert(src, dst)
+    assert prm.rot_x == pytest.approx(ang, abs=1e-12) and prm.scale[0] == pytest.approx(scale, rel=1e-12)
+    np.testing.assert_allclose(prm.transform(src), dst, atol=1e-9)
+    np.testing.assert_allclose(prm.retransform(dst), src, atol=1e-9)
+    assert sol.shape == (4,) and sol[2] == pytest.approx(scale * np.cos(ang), rel=1e-12)
+    A = np.array([[1.1, 0.2], [-0.1, 0.9]])
+    aprm, sx, sy = mm.estimate_affine(src, src @ A.T + shift)
+    np.testing.assert_allclose(aprm.transform(src), src @ A.T + shift, atol=1e-9)
+    np.testing.assert_allclose([sx[1], -sx[2], sy[1], sy[2]], [A[0, 0], A[0, 1], A[1, 1], A[1, 0]], rtol=1e-10)  # x' = a0 + a1 x - a2 y
+    with pytest.raises(ValueError, match="same number"):
+        mm.estimate_helmert(src, dst[:-1])
+    with pytest.raises(mm.MathError) as err:
+        mm.estimate_helmert(np.ones((5, 2)), dst[:5])  # coincident source points
+    assert err.value.key == "CthrowMath::ERR_SOLVE_MATRIXSINGULAR"
