@@ -1,31 +1,27 @@
-// Uses a matrix, a point, the matrix text form and the library's exception
-// through the installed headers and libraries only.
+// Uses only math types through the installed headers and libraries, and no
+// matrix (whose storage would reference the core library's allocator): the
+// program then has no reference of its own to the core library, which is
+// found only through libmetromath's run path.  Run without LD_LIBRARY_PATH.
 #include <math/all.h>
-#include <math/matrix_io.h>
 
 #include <iostream>
-#include <sstream>
+#include <vector>
 
 int main() {
     using namespace math;
 
-    Cmatrix<double> a(2, 2, 1.0);
-    a(1, 1) = 3;
-    Cmatrix<double> p = a * a.transp();
-    std::cout << "product " << p(0, 0) << " " << p(0, 1) << " " << p(1, 0) << " " << p(1, 1) << "\n";
-
-    std::ostringstream os;
-    CioStreamMatrix<double> io(os);
-    io << p;
-    std::cout << "text " << os.str().size() << "\n";
+    Ccircle2<double> c;
+    approximate<double>::fitCircleLsq({{5, 1}, {0, 6}, {-5, 1}, {0, -4}, {3, 5}}, c);
+    std::cout << "radius " << c.radius() << (c.isValid() ? " valid" : " invalid") << "\n";
 
     Cpoint2<double> q(3, 4);
     std::cout << "length " << q.length() << "\n";
 
     try {
-        throw CthrowMath(CthrowMath::ERR_MATRIX_DIMS, "") << "2" << "5";
-    } catch (CthrowMath const& e) {
-        std::cout << "caught " << e.id2tab(e.id()).key << " " << e.arguments().size() << "\n";
+        Caoi<double> aoi;
+        aoi.polygon(3);
+    } catch (math::CthrowMath const& e) {
+        std::cout << "caught " << e.id() << "\n";
     }
     return 0;
 }

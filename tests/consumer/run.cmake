@@ -23,7 +23,7 @@ function(run_step what)
   set(step_output "${out}" PARENT_SCOPE)
 endfunction()
 
-set(expected "product 2 4 4 10\ntext 16\nlength 5\ncaught CthrowMath::ERR_MATRIX_DIMS 2\n")
+set(expected "radius 5 valid\nlength 5\ncaught 33\n")
 
 # The sanitized library needs its runtime in every program that loads it.
 set(san_flags "")
@@ -51,7 +51,7 @@ endif()
 # 2. configure, build and run the consumer with find_package
 run_step("consumer configure" ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${build}
          -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=${BUILD_TYPE} -DCMAKE_CXX_COMPILER=${CXX}
-         "-DCMAKE_CXX_FLAGS=${san_flags}" "-DCMAKE_EXE_LINKER_FLAGS=${san_flags}")
+         "-DCMAKE_CXX_FLAGS=${san_flags}" "-DCMAKE_EXE_LINKER_FLAGS=${san_flags} -Wl,--as-needed")
 run_step("consumer build" ${CMAKE_COMMAND} --build ${build} ${cfg})
 find_program(app NAMES app PATHS ${build} ${build}/${BUILD_TYPE} NO_DEFAULT_PATH NO_CACHE)
 if(NOT app)
@@ -59,7 +59,18 @@ if(NOT app)
 endif()
 file(GLOB libdirs LIST_DIRECTORIES true ${prefix}/lib*)
 string(REPLACE ";" ":" libpath "${libdirs}")
-run_step("consumer run" ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libpath} ${app})
+# Linked as needed, the program must not need the core library itself (else
+# the run below would not show that libmetromath finds it).
+find_program(READELF_EXE readelf NO_CACHE)
+if(READELF_EXE)
+  run_step("readelf" ${READELF_EXE} -d ${app})
+  if(step_output MATCHES "libmetromath_core")
+    message(FATAL_ERROR "the consumer needs the core library directly:\n${step_output}")
+  endif()
+endif()
+# No LD_LIBRARY_PATH: the program's own run path finds libmetromath, whose
+# run path ($ORIGIN) finds the core library.
+run_step("consumer run" ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH ${app})
 if(NOT step_output STREQUAL expected)
   message(FATAL_ERROR "consumer printed\n${step_output}\nexpected\n${expected}")
 endif()
