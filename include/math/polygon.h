@@ -94,6 +94,8 @@ public:
     // TYPE_CONCAVE and TYPE_COMPLEX by the non-zero winding number (a point
     // exactly on an edge gets no contribution from that edge); TYPE_INVALID,
     // TYPE_DEGENERATED and fewer than 3 vertices: false.  Never classifies.
+    // A point with a NaN coordinate is in no polygon; an infinite one is in
+    // no polygon of finite vertices (by every path).
     bool pointIsIn(Cpoint2<T> const& p) const;
 
     // Same vertex count and every coordinate equal under the relative
