@@ -426,6 +426,16 @@ TYPED_TEST(Polygon, HullAndContourAgainstBruteForce) {
     const auto withNaN = pts<T>({{0, 0}, {1, 0}, {std::nan(""), 5}, {0, 1}});
     EXPECT_EQ(Cpolygon2<T>::convexPoly(withNaN, false).size(), 3u);
     EXPECT_EQ(Cpolygon2<T>::contourPoly(withNaN).size(), 3u);
+    // Infinite points are dropped as well (like CcvxHull2D): the hull of the rest.
+    const T inf = std::numeric_limits<T>::infinity();
+    for (bool keep : {false, true}) {
+        const auto withInf = pts<T>({{0, 0}, {1, 0}, {0, 1}});
+        auto v = withInf;
+        v.push_back(Cpoint2<T>(inf, 5));
+        v.push_back(Cpoint2<T>(-inf, -inf));
+        v.push_back(Cpoint2<T>(2, inf));
+        EXPECT_EQ(Cpolygon2<T>::convexPoly(v, keep).points(), Cpolygon2<T>::convexPoly(withInf, keep).points());
+    }
     // The member form keeps edge points and leaves the polygon unchanged.
     Cpolygon2<T> sq(pts<T>({{0, 0}, {2, 0}, {1, 0}, {2, 2}, {0, 2}, {1, 1}}));
     EXPECT_EQ(sq.convexPoly().size(), 5u);

@@ -125,7 +125,7 @@ public:
     // by Andrew's monotone chain in O(n log n).  keepEdgePoints = false gives
     // only the strict corners; true also keeps the points that lie exactly on a
     // hull edge, in order along it.  Exact duplicates are reported once, points
-    // with a NaN coordinate are ignored.  Degenerate sets: no point gives an
+    // with a NaN or infinite coordinate are ignored (as by CcvxHull2D).  Degenerate sets: no point gives an
     // empty polygon, one distinct point a one-vertex polygon; collinear points
     // give the two end points (keepEdgePoints = false) or all distinct points in
     // order along the line (true).  The orientation tests are exact (adaptive
