@@ -105,6 +105,12 @@ void solveCircleSystem(CircleMoments const& s, double mx, double my, Ccircle2<T>
 
     Csolver_svd<T> solver(M);
     const Cmatrix<T> sol = solver.solve(r);
+    // Collinear or coincident points: the system is rank-deficient and its
+    // minimum-norm solution is no circle.
+    if (solver.getRank() < 3) {
+        setNaNCircle(circle);
+        return;
+    }
     const double A = static_cast<double>(sol(0, 0));
     const double B = static_cast<double>(sol(1, 0));
     const double C = static_cast<double>(sol(2, 0));
@@ -227,8 +233,16 @@ void approximate<T>::fitCircleLsqBeta(std::vector<Cpoint2<T>> const& pts, Ccircl
 
     const CircleMoments s = circleMoments(pts, mx, my);
 
-    // Design matrix Z with rows (2u, 2v, -1).
-    Cmatrix<T> Z(static_cast<unsigned>(n), 3);
+    // Non-finite input (a NaN point, squares that overflowed): no circle, and
+    // no eigen stage to run on it.
+    for (double x : s.s)
+        if (!std::isfinite(x)) {
+            setNaNCircle(circle);
+            return;
+        }
+
+    // Design matrix Z with rows (2u, 2v, -1); a matrix has at most 2^32 - 1 rows.
+    Cmatrix<T> Z(approx_detail::matrixRows(n), 3);
     T* z = Z.getBase();
     for (std::size_t i = 0; i < n; ++i, z += 3) {
         z[0] = static_cast<T>(2.0 * (static_cast<double>(pts[i].x) - mx));
@@ -249,7 +263,10 @@ void approximate<T>::fitCircleLsqBeta(std::vector<Cpoint2<T>> const& pts, Ccircl
     // (eigenvectors are the rows of V).  Eigenvalues within the single-precision
     // epsilon of 0 are dropped, in the double instantiation as well.
     Cmatrix<T> V(3, 3, quietNaN<T>());
-    CmatrixCalc<T>::getEigenvalue(K, V);
+    if (!approx_detail::eigenOfFinite(K, V)) {
+        setNaNCircle(circle);
+        return;
+    }
     const T eps = static_cast<T>(tol::epsFloat);
     Cmatrix<T> invL(3, 3);
     for (unsigned k = 0; k < 3; ++k) {
@@ -326,6 +343,13 @@ void approximate<T>::fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T
 
     Csolver_svd<T> solver(M);
     const Cmatrix<T> sol = solver.solve(r);
+    // Too few, coplanar-on-a-circle or coincident points: rank-deficient.
+    if (solver.getRank() < 4) {
+        const T nan = quietNaN<T>();
+        sphere.center() = Cpoint3<T>(nan, nan, nan);
+        sphere.radius() = nan;
+        return;
+    }
     const double A = static_cast<double>(sol(0, 0));
     const double B = static_cast<double>(sol(1, 0));
     const double C = static_cast<double>(sol(2, 0));

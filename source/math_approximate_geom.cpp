@@ -204,7 +204,10 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& 
     I(2, 2) = static_cast<T>(Sxx + Syy);
 
     Cmatrix<T> V(3, 3, quietNaN<T>());
-    CmatrixCalc<T>::getEigenvalue(I, V);
+    if (!approx_detail::eigenOfFinite(I, V)) {
+        setNaNLine(line);
+        return;
+    }
     line = Cline3<T>(c, eigenRow3(V, 2));
 }
 
@@ -229,7 +232,11 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& 
     C(2, 2) = static_cast<T>(s[rZZ] - s[rZ] * s[rZ] / n);
 
     Cmatrix<T> V(3, 3, quietNaN<T>());
-    CmatrixCalc<T>::getEigenvalue(C, V);
+    if (!approx_detail::eigenOfFinite(C, V)) {
+        setNaNLine(line);
+        setNaN(rec);
+        return;
+    }
     const T nm1 = static_cast<T>(count) - T(1);
     // Absolute values here only: the scatter is positive semi-definite, but a
     // rounded zero eigenvalue may come out slightly negative.
@@ -269,7 +276,11 @@ void planeGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane, CqPlaneGeo
     C(2, 2) = s[rZZ] - s[rZ] * s[rZ] * f;
 
     Cmatrix<T> V(3, 3, quietNaN<T>());
-    CmatrixCalc<T>::getEigenvalue(C, V);
+    if (!approx_detail::eigenOfFinite(C, V)) {
+        setNaNPlane(plane);
+        if (rec) setNaN(*rec);
+        return;
+    }
     const Cdirec3<T> normal = eigenRow3(V, 2);
     plane.set(Cpoint3<T>(s[rX] * f, s[rY] * f, s[rZ] * f), normal);
 

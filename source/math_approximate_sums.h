@@ -23,6 +23,8 @@
 #define MATH_APPROXIMATE_SUMS_H
 
 #include <math/approximate.h>
+#include <math/errors.h>
+#include <math/matrix_calc.h>
 #include <math/point.h>
 #include <math/primitives2.h>
 #include <math/primitives3.h>
@@ -112,6 +114,32 @@ bool fewPoints(std::vector<P> const& pts, Shape& shape, Rec* rec = nullptr) {
         setThrough(pts, shape);
     if (rec) setNaN(*rec);
     return true;
+}
+
+// The eigen decomposition of the fits' symmetric matrices, guarded: false
+// (A and V untouched) when an entry is not finite (a NaN point, or squares
+// that overflowed in the sums), and false when the routine gives up on
+// entries too large for its own squares (it then throws a plain int).  The
+// fits answer false with their NaN-invalid result.
+template <class T>
+bool eigenOfFinite(Cmatrix<T>& A, Cmatrix<T>& V) {
+    for (T x : A)
+        if (!std::isfinite(x)) return false;
+    try {
+        CmatrixCalc<T>::getEigenvalue(A, V);
+    } catch (int) {
+        return false;
+    }
+    return true;
+}
+
+// Row count of a design matrix with one row per point.  A Cmatrix has at
+// most 2^32 - 1 rows: a larger point set is refused with CthrowMath
+// ERR_MATRIX_DIMS before anything is allocated (a narrowed count would leave
+// the matrix shorter than the loop that fills it).
+inline unsigned matrixRows(std::size_t n) {
+    if (n > 0xFFFFFFFFu) throw CthrowMath(CthrowMath::ERR_MATRIX_DIMS, "");
+    return static_cast<unsigned>(n);
 }
 
 constexpr std::size_t kSumBlock = 1024;

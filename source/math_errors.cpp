@@ -2,6 +2,8 @@
 
 #include <core/memtracker.h>
 
+namespace math {
+
 // Message texts are Windows-1252 bytes.  A hex escape ends at the next
 // non-hex character, so literals are split after every escaped byte.
 
@@ -84,8 +86,6 @@ CbaseTransl::TtabTransl const* findRow(CbaseTransl::TtabTransl const* table, int
 METROMATH_DEFINE_THROW_CLASS(CthrowMath)
 METROMATH_DEFINE_THROW_CLASS(CthrowSpline)
 METROMATH_DEFINE_THROW_CLASS(Ccorrelationthrow)
-
-namespace math {
 
 std::string toUtf8(std::string const& in) {
     // Code points of 0x80..0x9F in Windows-1252; 0 marks the undefined ones.

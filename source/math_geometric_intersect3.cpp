@@ -29,7 +29,7 @@ bool geometric<T>::intersect(Cplane3<T> const& e, Cline3<T> const& l, Cpoint3<T>
     Cdirec3<T> const& D = l.direction();
     Cpoint3<T> const& P = l.point();
     const T den = n.x * D.x + n.y * D.y + n.z * D.z;
-    if (std::abs(den) <= epsP<T>()) {
+    if (!(std::abs(den) > epsP<T>()) || !l.isValid() || !e.isValid()) {  // parallel or invalid
         s.x = quietNaN<T>();
         return false;
     }
@@ -117,7 +117,7 @@ bool geometric<T>::intersect(Csphere3<T> const& k, Cline3<T> const& l, std::pair
     const T q = (C.x * C.x + C.y * C.y + C.z * C.z) + (P.x * P.x + P.y * P.y + P.z * P.z) -
                 T(2) * (C.x * P.x + C.y * P.y + C.z * P.z) - r * r;
     const T disc = b * b - q;
-    if (disc < T(0)) {
+    if (disc < T(0) || !l.isValid() || !k.isValid()) {
         t.first = t.second = quietNaN<T>();
         return false;
     }

@@ -22,6 +22,10 @@ bool nearOne(T x) {
 
 template <class T>
 bool geometric<T>::intersect(Cline2<T> const& a, Cline2<T> const& b, Cpoint2<T>& s) {
+    // An invalid line meets nothing: no point, s unchanged.  (Non-finite
+    // components of valid lines, infinite coordinates, may still give a NaN
+    // point.)
+    if (!a.isValid() || !b.isValid()) return false;
     return ops::intersectLines(a, b, s);
 }
 

@@ -1,6 +1,7 @@
 #include <math/matrix_io.h>
 
 #include <charconv>
+#include <limits>
 #include <cstddef>
 
 namespace math {
@@ -81,18 +82,28 @@ void CioStreamMatrix<T, S>::write_txt(Cmatrix<T> const& M) {
     }
 }
 
-// Two int counts, resize, then m*n elements row by row.  A wrapper without an
-// input stream and a failed header read leave M as it is; a failed element read ends the loop (every further read
-// on the failed stream would be a no-op), so a short stream after a large
-// header costs no more than the allocation.
+// Two counts, resize, then m*n elements row by row.  The counts are written
+// unsigned, so they are read in a wider type: every written count (up to
+// 2^32 - 1) reads back as written, and a negative count of a damaged header
+// reaches the resize as the unsigned value of the int it is (as before).  A
+// count outside [INT_MIN, UINT_MAX] fails the stream like any unreadable
+// number.  A wrapper without an input stream and a failed header read leave M
+// as it is; a failed element read ends the loop (every further read on the
+// failed stream would be a no-op), so a short stream after a large header
+// costs no more than the allocation.
 template <class T, class S>
 void CioStreamMatrix<T, S>::read_txt(Cmatrix<T>& M) {
     if (!this->istream()) return;
-    int m = 0;
-    int n = 0;
+    long long m = 0;
+    long long n = 0;
     S::operator>>(m);
     S::operator>>(n);
     if (!this->good()) return;
+    const long long lo = std::numeric_limits<int>::min(), hi = std::numeric_limits<unsigned>::max();
+    if (m < lo || m > hi || n < lo || n > hi) {
+        this->istream()->setstate(std::ios::failbit);
+        return;
+    }
     M.resize(static_cast<unsigned>(m), static_cast<unsigned>(n));
     const std::size_t count = static_cast<std::size_t>(M.m()) * M.n();
     T* p = M.getBase();

@@ -327,6 +327,7 @@ T Cpolygon2<T>::theta(Cpoint2<T> const& p, Cpoint2<T> const& q) {
 template <class T>
 bool Cpolygon2<T>::pointIsIn(Cpoint2<T> const& p) const {
     if (m_points.size() < 3) return false;
+    if (p.x != p.x || p.y != p.y) return false;  // NaN: in no polygon
     switch (m_type) {
         case TYPE_UNKNOWN:
             return pointIsInWinding(p);
@@ -363,6 +364,9 @@ template <class T>
 bool Cpolygon2<T>::pointIsInConvex(Cpoint2<T> const& p) const {
     const std::size_t n = m_angles.size();
     if (n < 3) return false;
+    // A convex polygon of finite vertices is bounded; an infinite point would
+    // make the side tests below NaN (sign 0, "on the edge").
+    if (!std::isfinite(p.x) || !std::isfinite(p.y)) return false;
     const T a = theta(m_ref, p);
     // First table entry whose angle is not less than the point's.
     const auto it = std::lower_bound(m_angles.begin(), m_angles.end(), a,

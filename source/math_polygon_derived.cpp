@@ -33,11 +33,11 @@ inline bool hasNaN(Cpoint2<T> const& p) {
 
 // The distinct points of pts without NaN, sorted by (x, y).
 template <class T>
-std::vector<Cpoint2<T>> sortedUnique(std::vector<Cpoint2<T>> const& pts) {
+std::vector<Cpoint2<T>> sortedUnique(std::vector<Cpoint2<T>> const& pts, bool finiteOnly = false) {
     std::vector<Cpoint2<T>> s;
     s.reserve(pts.size());
     for (Cpoint2<T> const& p : pts)
-        if (!hasNaN(p)) s.push_back(p);
+        if (finiteOnly ? std::isfinite(p.x) && std::isfinite(p.y) : !hasNaN(p)) s.push_back(p);
     std::sort(s.begin(), s.end(), lexLess<T>);
     s.erase(std::unique(s.begin(), s.end()), s.end());
     return s;
@@ -135,7 +135,8 @@ Cpolygon2<T> Cpolygon2<T>::convexPoly() const {
 
 template <class T>
 Cpolygon2<T> Cpolygon2<T>::convexPoly(std::vector<Cpoint2<T>> const& pts, bool keepEdgePoints) {
-    const std::vector<Cpoint2<T>> s = sortedUnique(pts);
+    // Infinite points have no place on a hull (CcvxHull2D drops them too).
+    const std::vector<Cpoint2<T>> s = sortedUnique(pts, true);
     const std::size_t n = s.size();
     if (n <= 2) return Cpolygon2(s);
     // Collinear set: the end points, or all points along the line.

@@ -41,13 +41,16 @@ T rowNorm(const T* x, unsigned p) {
         return mx;
     }
     if (!std::isfinite(mx)) return mx;
-    const T inv = T(1) / mx;
+    // Scale by a power of two (exact, and finite even for a subnormal mx,
+    // whose reciprocal would overflow).
+    int e = 0;
+    std::frexp(mx, &e);
     T s = T(0);
     for (unsigned i = 0; i < p; ++i) {
-        const T v = x[i] * inv;
+        const T v = std::ldexp(x[i], -e);
         s += v * v;
     }
-    return mx * std::sqrt(s);
+    return std::ldexp(std::sqrt(s), e);
 }
 
 // α = x·x, β = y·y, γ = x·y over len elements, each summed in four
@@ -90,34 +93,10 @@ inline void rotateRows(T* x, T* y, unsigned len, T c, T s) {
     }
 }
 
-}  // namespace
-
+// Decomposes A = U·diag(w)·Vᵀ: w decreasing, Ut (r×m) and Vt (r×n) hold the
+// columns of U and V as rows.
 template <class T>
-Csolver_svd<T>::Csolver_svd() : Csolver_le<T>(), m_relTol(T(0x1p-52)) {}
-
-template <class T>
-Csolver_svd<T>::Csolver_svd(Cmatrix<T> const& A) : Csolver_le<T>(A), m_relTol(T(0x1p-52)) {}
-
-template <class T>
-Csolver_svd<T>::Csolver_svd(Cmatrix<T>& A) : Csolver_le<T>(A), m_relTol(T(0x1p-52)) {}
-
-template <class T>
-Csolver_svd<T>::Csolver_svd(Csolver_svd const& other) = default;
-
-template <class T>
-Csolver_svd<T>& Csolver_svd<T>::operator=(Csolver_svd const& other) = default;
-
-template <class T>
-Csolver_svd<T>::~Csolver_svd() = default;
-
-template <class T>
-void Csolver_svd<T>::init() {
-    decompose();
-}
-
-template <class T>
-void Csolver_svd<T>::decompose() {
-    Cmatrix<T> const& A = this->m_A;
+void jacobiSvd(Cmatrix<T> const& A, std::vector<T>& wOut, Cmatrix<T>& UtOut, Cmatrix<T>& VtOut) {
     const unsigned m = A.m();
     const unsigned n = A.n();
     const bool tall = m >= n;
@@ -155,6 +134,14 @@ void Csolver_svd<T>::decompose() {
     // Sweeps.  The threshold allows for the rounding of a dot product of
     // length p, so that converged pairs are not rotated over and over.
     const T tol = tol::eps<T>() * std::sqrt(static_cast<T>(std::max(p, 1u)));
+    // A column shorter than ε²·‖M‖_F is rounding noise of a column that is
+    // zero in exact arithmetic (a rank-deficient matrix).  Rotating it against
+    // the others only reproduces noise of its own size, sweep after sweep,
+    // until it is subnormal: such a pair counts as converged.  (ε² rather
+    // than ε keeps the relative accuracy of small but genuine singular values.)
+    T frob2 = T(0);
+    for (T x : G) frob2 += x * x;
+    const T negligible = tol::eps<T>() * tol::eps<T>() * tol::eps<T>() * tol::eps<T>() * frob2;
     for (int sweep = 0; sweep < maxSweeps && r > 1; ++sweep) {
         bool rotated = false;
         for (unsigned a = 0; a + 1 < r; ++a) {
@@ -164,6 +151,7 @@ void Csolver_svd<T>::decompose() {
                 T alpha, beta, gamma;
                 pairProducts(ga, gb, p, alpha, beta, gamma);
                 if (!(std::fabs(gamma) > tol * std::sqrt(alpha) * std::sqrt(beta))) continue;
+                if (alpha <= negligible || beta <= negligible) continue;
                 const T zeta = (beta - alpha) / (T(2) * gamma);
                 const T az = std::fabs(zeta);
                 // For huge ζ, t = 1/(2ζ) to working precision (and ζ² would overflow).
@@ -190,12 +178,12 @@ void Csolver_svd<T>::decompose() {
 
     Cmatrix<T> Ucols(r, p);  // rows: left singular vectors of M
     Cmatrix<T> Jcols(r, r);  // rows: right singular vectors of M
-    m_w.resize(r);
+    wOut.resize(r);
     unsigned zeroFrom = r;
     for (unsigned k = 0; k < r; ++k) {
         const unsigned src = order[k];
         const T wk = w[src];
-        m_w[k] = std::ldexp(wk, expo);
+        wOut[k] = std::ldexp(wk, expo);
         std::copy(J.getRow(src), J.getRow(src) + r, Jcols.getRow(k));
         if (wk == T(0)) {
             if (zeroFrom == r) zeroFrom = k;
@@ -239,12 +227,106 @@ void Csolver_svd<T>::decompose() {
     }
 
     if (tall) {  // A = M = U·W·Jᵀ
-        m_Ut.swap(Ucols);
-        m_Vt.swap(Jcols);
+        UtOut.swap(Ucols);
+        VtOut.swap(Jcols);
     } else {  // A = Mᵀ = J·W·Uᵀ
-        m_Ut.swap(Jcols);
-        m_Vt.swap(Ucols);
+        UtOut.swap(Jcols);
+        VtOut.swap(Ucols);
     }
+}
+
+}  // namespace
+
+template <class T>
+Csolver_svd<T>::Csolver_svd() : Csolver_le<T>(), m_plainDone(false), m_relTol(T(-1)) {}
+
+template <class T>
+Csolver_svd<T>::Csolver_svd(Cmatrix<T> const& A) : Csolver_le<T>(A), m_plainDone(false), m_relTol(T(-1)) {}
+
+template <class T>
+Csolver_svd<T>::Csolver_svd(Cmatrix<T>& A) : Csolver_le<T>(A), m_plainDone(false), m_relTol(T(-1)) {}
+
+template <class T>
+Csolver_svd<T>::Csolver_svd(Csolver_svd const& other) = default;
+
+template <class T>
+Csolver_svd<T>& Csolver_svd<T>::operator=(Csolver_svd const& other) = default;
+
+template <class T>
+Csolver_svd<T>::~Csolver_svd() = default;
+
+template <class T>
+T Csolver_svd<T>::getTolerance() const {
+    if (m_relTol >= T(0)) return m_relTol;
+    return static_cast<T>(std::max(this->m_A.m(), this->m_A.n())) * tol::eps<T>();
+}
+
+template <class T>
+void Csolver_svd<T>::init() {
+    m_plainDone = false;
+    Cmatrix<T> const& A = this->m_A;
+    const unsigned m = A.m();
+    const unsigned n = A.n();
+    m_colExp.clear();
+    if (m == 0 || n == 0) {  // no element: nothing to scale, however long the other side
+        jacobiSvd(A, m_we, m_Ute, m_Vte);
+        return;
+    }
+    // Column lengths (power-of-two pre-scaled per column, so nothing overflows).
+    std::vector<T> mx(n, T(0));
+    bool finite = true;
+    for (unsigned i = 0; i < m; ++i) {
+        const T* a = A.getRow(i);
+        for (unsigned j = 0; j < n; ++j) {
+            if (!std::isfinite(a[j])) finite = false;
+            mx[j] = std::max(mx[j], std::fabs(a[j]));
+        }
+    }
+    m_colExp.assign(n, 0);
+    if (finite) {
+        std::vector<int> pre(n, 0);
+        std::vector<T> ss(n, T(0));
+        for (unsigned j = 0; j < n; ++j)
+            if (mx[j] > T(0)) std::frexp(mx[j], &pre[j]);
+        for (unsigned i = 0; i < m; ++i) {
+            const T* a = A.getRow(i);
+            for (unsigned j = 0; j < n; ++j) {
+                const T v = std::ldexp(a[j], -pre[j]);
+                ss[j] += v * v;
+            }
+        }
+        for (unsigned j = 0; j < n; ++j) {
+            if (!(mx[j] > T(0))) continue;  // zero column stays as it is
+            int e = 0;
+            std::frexp(std::sqrt(ss[j]), &e);
+            m_colExp[j] = pre[j] + e;
+        }
+    }
+    Cmatrix<T> Aeq(A);
+    for (unsigned i = 0; i < m; ++i) {
+        T* a = Aeq.getRow(i);
+        for (unsigned j = 0; j < n; ++j) a[j] = std::ldexp(a[j], -m_colExp[j]);
+    }
+    jacobiSvd(Aeq, m_we, m_Ute, m_Vte);
+}
+
+template <class T>
+void Csolver_svd<T>::preparePlain() {
+    this->prepare();
+    if (m_plainDone) return;
+    jacobiSvd(this->m_A, m_w, m_Ut, m_Vt);
+    m_plainDone = true;
+}
+
+template <class T>
+unsigned int Csolver_svd<T>::getRank() {
+    this->prepare();
+    if (m_we.empty()) return 0;
+    const T thresh = getTolerance() * m_we[0];
+    unsigned rank = 0;
+    for (T w : m_we)
+        if (!(w == T(0) || w < thresh)) ++rank;
+    return rank;
 }
 
 template <class T>
@@ -255,71 +337,109 @@ Cmatrix<T> Csolver_svd<T>::subsolve() {
     const unsigned n = this->m_A.n();
     if (B.m() != m) throw CthrowMath(CthrowMath::ERR_MATH_INVALID_ARGUMENT, "");
     const unsigned kc = B.n();
-    const unsigned r = static_cast<unsigned>(m_w.size());
-    const T thresh = r ? m_relTol * m_w[0] : T(0);
+    const unsigned k = getRank();  // the leading k singular values are inverted
 
-    // y = W⁺·Uᵀ·B, r×kc, row by row.
-    m_work.assign(static_cast<std::size_t>(r) * kc, T(0));
-    for (unsigned k = 0; k < r; ++k) {
-        T* y = m_work.data() + static_cast<std::size_t>(k) * kc;
-        const T wk = m_w[k];
-        if (wk == T(0) || wk < thresh) continue;  // treated as zero: row stays 0
-        const T* u = m_Ut.getRow(k);
+    // y = W⁺·Uᵀ·B over the equilibrated matrix, k×kc, row by row.
+    m_work.assign(static_cast<std::size_t>(k) * kc, T(0));
+    for (unsigned q = 0; q < k; ++q) {
+        T* y = m_work.data() + static_cast<std::size_t>(q) * kc;
+        const T* u = m_Ute.getRow(q);
         for (unsigned i = 0; i < m; ++i) {
             const T ui = u[i];
             const T* b = B.getRow(i);
             for (unsigned c = 0; c < kc; ++c) y[c] += ui * b[c];
         }
-        const T winv = T(1) / wk;
+        const T winv = T(1) / m_we[q];
         for (unsigned c = 0; c < kc; ++c) y[c] *= winv;
     }
-    // X = V·y, n×kc.
+    // X = D·V·y, n×kc.
     Cmatrix<T> X(n, kc);
-    for (unsigned k = 0; k < r; ++k) {
-        const T* y = m_work.data() + static_cast<std::size_t>(k) * kc;
-        const T* v = m_Vt.getRow(k);
+    for (unsigned q = 0; q < k; ++q) {
+        const T* y = m_work.data() + static_cast<std::size_t>(q) * kc;
+        const T* v = m_Vte.getRow(q);
         for (unsigned i = 0; i < n; ++i) {
             const T vi = v[i];
             T* x = X.getRow(i);
             for (unsigned c = 0; c < kc; ++c) x[c] += vi * y[c];
         }
     }
+    if (!m_colExp.empty())
+        for (unsigned i = 0; i < n; ++i) {
+            T* x = X.getRow(i);
+            for (unsigned c = 0; c < kc; ++c) x[c] = std::ldexp(x[c], -m_colExp[i]);
+        }
+    if (k > 0 && k < n && !m_colExp.empty()) minimumNorm(X, k);
     this->m_B = X;  // the frame keeps the solution as its right-hand side
     return X;
 }
 
+// The least-squares solutions are X + D·N with N ⊥ span(v_0..v_{k−1}), i.e. X
+// plus any vector orthogonal to the columns of D⁻¹·V_k.  The one of least norm
+// is the orthogonal projection of X onto span(D⁻¹·V_k): an orthonormal basis Q
+// of that span (Gram-Schmidt, twice), then X ← Q·(Qᵀ·X).
+template <class T>
+void Csolver_svd<T>::minimumNorm(Cmatrix<T>& X, unsigned k) {
+    const unsigned n = X.m();
+    const unsigned kc = X.n();
+    const int emax = *std::max_element(m_colExp.begin(), m_colExp.end());
+    Cmatrix<T> Q(k, n);  // rows: basis vectors
+    unsigned kept = 0;
+    for (unsigned q = 0; q < k; ++q) {
+        T* z = Q.getRow(kept);
+        const T* v = m_Vte.getRow(q);
+        for (unsigned i = 0; i < n; ++i) z[i] = std::ldexp(v[i], m_colExp[i] - emax);
+        const T len0 = rowNorm(z, n);
+        for (int pass = 0; pass < 2; ++pass)
+            for (unsigned j = 0; j < kept; ++j) {
+                const T* b = Q.getRow(j);
+                T d = T(0);
+                for (unsigned i = 0; i < n; ++i) d += b[i] * z[i];
+                for (unsigned i = 0; i < n; ++i) z[i] -= d * b[i];
+            }
+        const T len = rowNorm(z, n);
+        if (!(len > tol::eps<T>() * len0)) continue;  // lost in rounding: dependent
+        for (unsigned i = 0; i < n; ++i) z[i] /= len;
+        ++kept;
+    }
+    std::vector<T> c(static_cast<std::size_t>(kept) * kc, T(0));
+    for (unsigned j = 0; j < kept; ++j) {
+        const T* b = Q.getRow(j);
+        for (unsigned i = 0; i < n; ++i) {
+            const T* x = X.getRow(i);
+            for (unsigned cc = 0; cc < kc; ++cc) c[j * kc + cc] += b[i] * x[cc];
+        }
+    }
+    std::fill(X.begin(), X.end(), T(0));
+    for (unsigned j = 0; j < kept; ++j) {
+        const T* b = Q.getRow(j);
+        for (unsigned i = 0; i < n; ++i) {
+            T* x = X.getRow(i);
+            for (unsigned cc = 0; cc < kc; ++cc) x[cc] += b[i] * c[j * kc + cc];
+        }
+    }
+}
+
 template <class T>
 std::vector<T> const& Csolver_svd<T>::getSingularValues() {
-    this->prepare();
+    preparePlain();
     return m_w;
 }
 
 template <class T>
 Cmatrix<T> Csolver_svd<T>::getU() {
-    this->prepare();
+    preparePlain();
     return m_Ut.transp();
 }
 
 template <class T>
 Cmatrix<T> Csolver_svd<T>::getV() {
-    this->prepare();
+    preparePlain();
     return m_Vt.transp();
 }
 
 template <class T>
-unsigned int Csolver_svd<T>::getRank() {
-    this->prepare();
-    if (m_w.empty()) return 0;
-    const T thresh = m_relTol * m_w[0];
-    unsigned rank = 0;
-    for (T w : m_w)
-        if (!(w == T(0) || w < thresh)) ++rank;
-    return rank;
-}
-
-template <class T>
 T Csolver_svd<T>::getCond() {
-    this->prepare();
+    preparePlain();
     if (m_w.empty()) return quietNaN<T>();
     const T lo = m_w.back();
     if (lo == T(0)) return std::numeric_limits<T>::infinity();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -176,4 +177,19 @@ TYPED_TEST(Aoi, PointsBoundingRectAndImages) {
     EXPECT_EQ(huge.count(img), 25u * 28u);
     EXPECT_EQ(huge.count(Cimage()), 0u);
     EXPECT_EQ(huge.mask(Cimage()).width(), 0u);
+}
+
+// Non-finite points are outside every area, with or without excluding regions.
+TYPED_TEST(Aoi, NonFinitePointsAreOutside) {
+    using T = TypeParam;
+    using P = Cpoint2<T>;
+    const T nan = std::numeric_limits<T>::quiet_NaN(), inf = std::numeric_limits<T>::infinity();
+    Caoi<T> a(Cpolygon2<T>(pts<T>({{0, 0}, {4, 0}, {5, 2}, {2, 4}, {-1, 2}})));
+    Caoi<T> b(Crect2<T>(P(0, 0), P(4, 4)));
+    b.add(Cpolygon2<T>(pts<T>({{1, 1}, {2, 1}, {2, 2}})), Caoi<T>::MODE_EXCLUDE);
+    for (Caoi<T> const* area : {&a, &b}) {
+        EXPECT_TRUE(area->pointIsIn(P(3, 1)));
+        for (P const& p : {P(nan, nan), P(nan, 1), P(1, nan), P(inf, inf), P(-inf, 1)})
+            EXPECT_FALSE(area->pointIsIn(p)) << p.x << ", " << p.y;
+    }
 }

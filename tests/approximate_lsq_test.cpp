@@ -5,6 +5,7 @@
 #include <math/approximate.h>
 
 #include "approximate_test_util.h"
+#include "../source/math_approximate_sums.h"
 
 #include <gtest/gtest.h>
 
@@ -337,13 +338,44 @@ TYPED_TEST(ApproxLsq, CircleMatchesAlgebraicOracle) {
     }
 }
 
-TYPED_TEST(ApproxLsq, CircleCollinearPointsGiveNoFiniteSmallCircle) {
+// Collinear or coincident points make the circle system rank-deficient: the
+// circle is NaN-invalid (both fits).  Non-finite input never reaches the
+// eigen stage of fitCircleLsqBeta.
+TYPED_TEST(ApproxLsq, CircleDegenerateAndNonFiniteAreInvalid) {
     using T = TypeParam;
-    const V2<T> v = pts2<T>({{0, 1}, {1, 2}, {2, 3}, {3, 4}, {5, 6}});
-    Ccircle2<T> c;
-    approximate<T>::fitCircleLsq(v, c);
-    // A is (nearly) 0: the radius is huge, infinite or NaN.
-    EXPECT_FALSE(std::isfinite(c.radius()) && c.radius() < T(1e4)) << c.radius();
+    const T nan = std::numeric_limits<T>::quiet_NaN(), inf = std::numeric_limits<T>::infinity();
+    const T big = std::is_same<T, float>::value ? T(1e30) : T(1e200);
+    const V2<T> general = pts2<T>({{0, 0}, {1, 0}, {0, 1}, {2, 3}});
+    const std::vector<V2<T>> sets{pts2<T>({{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 4}}),
+                                  pts2<T>({{0, 1}, {1, 2}, {2, 3}, {3, 4}, {5, 6}}),
+                                  pts2<T>({{-3, 7}, {-3, 7.5}, {-3, 8}, {-3, 20}}),
+                                  V2<T>(10, Cpoint2<T>(T(2.5), T(-1))), general, general, general};
+    for (std::size_t k = 0; k < sets.size(); ++k) {
+        V2<T> v = sets[k];
+        if (k == 4) v[2].x = nan;
+        if (k == 5) v[1].y = inf;
+        if (k == 6)
+            for (auto& p : v) p = Cpoint2<T>(p.x * big, p.y * big);
+        Ccircle2<T> c, b;
+        approximate<T>::fitCircleLsq(v, c);
+        EXPECT_NO_THROW(approximate<T>::fitCircleLsqBeta(v, b)) << k;
+        EXPECT_FALSE(c.isValid()) << k << " r = " << c.radius();
+        EXPECT_FALSE(b.isValid()) << k << " r = " << b.radius();
+        EXPECT_TRUE(std::isnan(c.radius()) && std::isnan(b.center().y)) << k;
+    }
+}
+
+// The design matrix of fitCircleLsqBeta has one row per point; a count beyond
+// 32 bits is refused before allocation instead of being narrowed.
+TEST(ApproxLsqBeta, DesignMatrixRowsAreNotNarrowed) {
+    EXPECT_EQ(approx_detail::matrixRows(0xFFFFFFFFu), 0xFFFFFFFFu);
+    for (std::size_t n : {std::size_t(1) << 32, (std::size_t(1) << 32) + 5})
+        try {
+            approx_detail::matrixRows(n);
+            ADD_FAILURE() << n;
+        } catch (CthrowMath const& e) {
+            EXPECT_EQ(e.id(), CthrowMath::ERR_MATRIX_DIMS);
+        }
 }
 
 // A 30 degree arc of radius 10 mm centred at (1000, 2000) mm, 200 points, 1 um
@@ -470,25 +502,25 @@ TYPED_TEST(ApproxLsq, SphereMatchesAlgebraicOracle) {
     }
 }
 
-TYPED_TEST(ApproxLsq, SphereWithoutInputCheck) {
+// Without a count check, every rank-deficient system (empty set, one to three
+// points, coincident points, points on one circle) is reported as the
+// NaN-invalid sphere; no throw.
+TYPED_TEST(ApproxLsq, SphereRankDeficientIsInvalid) {
     using T = TypeParam;
-    Csphere3<T> s;
-    // Empty set: the zero system gives A = 0 and no finite sphere; no throw.
-    EXPECT_NO_THROW(approximate<T>::fitSphereLsq(V3<T>(), s));
-    EXPECT_FALSE(std::isfinite(s.radius()));
-    EXPECT_FALSE(std::isfinite(s.center().x));
-    // One to three points: the system is underdetermined and goes to the solver
-    // unchecked.  Its least-squares solution satisfies every point's equation,
-    // so the sphere it describes passes through the given points.
+    std::vector<V3<T>> sets{V3<T>(), V3<T>(10, Cpoint3<T>(T(1.5), T(-2), T(3)))};
     for (std::size_t n : {1u, 2u, 3u}) {
         V3<T> v;
         for (std::size_t i = 0; i < n; ++i) v.emplace_back(T(i + 1), T(2 * i), T(1));
-        EXPECT_NO_THROW(approximate<T>::fitSphereLsq(v, s)) << n;
-        for (auto const& p : v) {
-            const double d = std::sqrt(std::pow(p.x - s.center().x, 2.0) + std::pow(p.y - s.center().y, 2.0) +
-                                       std::pow(p.z - s.center().z, 2.0));
-            EXPECT_NEAR(d, std::fabs(s.radius()), tolOf<T>(1e-9, 1e-4) * std::fabs(s.radius())) << n;
-        }
+        sets.push_back(v);
+    }
+    V3<T> ring;
+    for (int k = 0; k < 12; ++k) ring.emplace_back(T(3 + 2 * std::cos(k * 0.5)), T(1 + 2 * std::sin(k * 0.5)), T(4));
+    sets.push_back(ring);
+    for (V3<T> const& v : sets) {
+        Csphere3<T> s(Cpoint3<T>(0, 0, 0), T(1));
+        EXPECT_NO_THROW(approximate<T>::fitSphereLsq(v, s)) << v.size();
+        EXPECT_FALSE(s.isValid()) << v.size() << " r = " << s.radius();
+        EXPECT_TRUE(std::isnan(s.radius()) && std::isnan(s.center().x)) << v.size();
     }
 }
 

@@ -9,6 +9,7 @@
 #include <new>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -166,6 +167,30 @@ TEST(Errors, CloneAndThrowThisKeepTheMostDerivedType) {
     m.reset();
     c.reset();
     EXPECT_EQ(core::memTracker_liveBlocks(), before);
+}
+
+// The error classes live in namespace math like every class of the library;
+// the unqualified names are the same types.
+TEST(Errors, ClassesLiveInNamespaceMath) {
+    static_assert(std::is_same<math::CthrowMath, CthrowMath>::value, "same type");
+    static_assert(std::is_base_of<CthrowBase, math::CthrowSpline>::value, "a CthrowBase");
+    int caught = 0;
+    try {
+        math::CthrowMath(math::CthrowMath::ERR_MATRIX_DIMS, "").throw_this();
+    } catch (math::CthrowMath const& e) {
+        caught += e.id() == math::CthrowMath::ERR_MATRIX_DIMS;
+    }
+    try {
+        throw math::CthrowSpline(math::CthrowSpline::ERR_INVALID_DATA, "");
+    } catch (math::CthrowSpline const&) {
+        ++caught;
+    }
+    try {
+        throw math::Ccorrelationthrow(math::Ccorrelationthrow::ERR_TEMPLATE_EMPTY, "");
+    } catch (math::Ccorrelationthrow const&) {
+        ++caught;
+    }
+    EXPECT_EQ(caught, 3);
 }
 
 TEST(Errors, CatchAnnotateRethrowKeepsTheObject) {

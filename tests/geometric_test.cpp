@@ -903,3 +903,39 @@ TYPED_TEST(Geometric3, ThreePlanes) {
     EXPECT_TRUE(geometric<T>::intersect(px, py, tilted2, s));
     EXPECT_FALSE(geometric<T>::intersect(px, py, Cplane3<T>(), s) && std::isfinite(s.z));
 }
+
+// An invalid line (NaN in point or direction), plane or sphere intersects
+// nothing: false, and no NaN point reported as an intersection.
+TYPED_TEST(Geometric3, InvalidPrimitivesIntersectNothing) {
+    using T = TypeParam;
+    const T nan = std::numeric_limits<T>::quiet_NaN();
+    const Cline2<T> good2(Cpoint2<T>(0, 0), Cdirec2<T>(1, 0, true));
+    for (const Cline2<T>& bad : {Cline2<T>(Cpoint2<T>(0, 1), Cdirec2<T>(nan, 1, true)),
+                                 Cline2<T>(Cpoint2<T>(nan, 1), Cdirec2<T>(0, 1, true)), Cline2<T>()}) {
+        Cpoint2<T> s(7, 8);
+        EXPECT_FALSE(geometric<T>::intersect(good2, bad, s));
+        EXPECT_FALSE(geometric<T>::intersect(bad, good2, s));
+        EXPECT_EQ(s, Cpoint2<T>(7, 8));
+    }
+    Cpoint2<T> s2;
+    EXPECT_TRUE(geometric<T>::intersect(good2, Cline2<T>(Cpoint2<T>(2, 1), Cdirec2<T>(0, 1, true)), s2));
+    EXPECT_EQ(s2, Cpoint2<T>(2, 0));
+
+    const Cplane3<T> plane(Cdirec3<T>(0, 0, 1, true), T(-1));
+    const Csphere3<T> sphere(Cpoint3<T>(0, 0, 0), T(2));
+    for (const Cline3<T>& bad : {Cline3<T>(Cpoint3<T>(0, 0, 0), Cdirec3<T>(nan, 0, 1, true)),
+                                 Cline3<T>(Cpoint3<T>(0, nan, 0), Cdirec3<T>(0, 0, 1, true))}) {
+        Cpoint3<T> s;
+        EXPECT_FALSE(geometric<T>::intersect(plane, bad, s));
+        std::pair<T, T> t;
+        EXPECT_FALSE(geometric<T>::intersect(sphere, bad, t));
+        EXPECT_TRUE(std::isnan(t.first) && std::isnan(t.second));
+    }
+    const Cline3<T> axis(Cpoint3<T>(0, 0, 0), Cdirec3<T>(0, 0, 1, true));
+    Cpoint3<T> s3;
+    EXPECT_FALSE(geometric<T>::intersect(Cplane3<T>(), axis, s3));
+    std::pair<T, T> t;
+    EXPECT_FALSE(geometric<T>::intersect(Csphere3<T>(), axis, t));
+    EXPECT_TRUE(geometric<T>::intersect(sphere, axis, t));
+    EXPECT_EQ(t.first, T(-2));
+}

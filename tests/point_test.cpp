@@ -82,6 +82,35 @@ TEST(Point, DirectionNormalisation) {
     }
 }
 
+// Components whose squares overflow or underflow are normalised through a
+// power-of-two scaling; in the normal range the result is the direct one.
+TEST(Point, DirectionNormalisationScalesExtremeComponents) {
+    const double h = std::sqrt(0.5);
+    for (double m : {1e300, -1e300, 1e-300, 4.9e-324, std::numeric_limits<double>::max()}) {
+        const Cdirec2<double> d(m, m);
+        EXPECT_TRUE(d.isValid()) << m;
+        EXPECT_NEAR(d.x, m > 0 ? h : -h, 1e-15) << m;
+        EXPECT_NEAR(d.y, d.x, 0) << m;
+        if (std::fabs(m) > 1e-310 && std::fabs(m) < 1e307) {  // 2m, 3m, 6m exact and finite
+            const Cdirec3<double> e(Cpoint3<double>(2 * m, 3 * m, 6 * m));
+            EXPECT_TRUE(e.isValid()) << m;
+            EXPECT_NEAR(e.z, m > 0 ? 6.0 / 7 : -6.0 / 7, 1e-15) << m;
+        }
+    }
+    const Cdirec2<double> mixed(1e300, 1e-300);
+    EXPECT_EQ(mixed.x, 1.0);
+    EXPECT_EQ(mixed.y, 0.0);
+    const Cdirec3<float> f(Cpoint3<float>(3e30f, 0, 4e30f));
+    EXPECT_FLOAT_EQ(f.x, 0.6f);
+    EXPECT_FLOAT_EQ(f.z, 0.8f);
+    const Cdirec2<float> g(3e-30f, 4e-30f);
+    EXPECT_FLOAT_EQ(g.y, 0.8f);
+    // Infinite or NaN components stay invalid; zero stays invalid.
+    EXPECT_FALSE(Cdirec2<double>(std::numeric_limits<double>::infinity(), 1).isValid());
+    EXPECT_FALSE(Cdirec2<double>(std::nan(""), 1e300).isValid());
+    EXPECT_FALSE(Cdirec3<float>(0, 0, 0).isValid());
+}
+
 TEST(Point, DirectionConstantsAndOperators) {
     // Constant-initialised: usable in other static initialisers.
     EXPECT_EQ(Cdirec2<double>::posX.x, 1.0);

@@ -471,6 +471,16 @@ TYPED_TEST(Polygon, HullAndContourAgainstBruteForce) {
     const auto withNaN = pts<T>({{0, 0}, {1, 0}, {std::nan(""), 5}, {0, 1}});
     EXPECT_EQ(Cpolygon2<T>::convexPoly(withNaN, false).size(), 3u);
     EXPECT_EQ(Cpolygon2<T>::contourPoly(withNaN).size(), 3u);
+    // Infinite points are dropped as well (like CcvxHull2D): the hull of the rest.
+    const T inf = std::numeric_limits<T>::infinity();
+    for (bool keep : {false, true}) {
+        const auto withInf = pts<T>({{0, 0}, {1, 0}, {0, 1}});
+        auto v = withInf;
+        v.push_back(Cpoint2<T>(inf, 5));
+        v.push_back(Cpoint2<T>(-inf, -inf));
+        v.push_back(Cpoint2<T>(2, inf));
+        EXPECT_EQ(Cpolygon2<T>::convexPoly(v, keep).points(), Cpolygon2<T>::convexPoly(withInf, keep).points());
+    }
     // The member form keeps edge points and leaves the polygon unchanged.
     Cpolygon2<T> sq(pts<T>({{0, 0}, {2, 0}, {1, 0}, {2, 2}, {0, 2}, {1, 1}}));
     EXPECT_EQ(sq.convexPoly().size(), 5u);
@@ -617,5 +627,29 @@ TYPED_TEST(Polygon, Simplification) {
         for (int k = 0; k < nans; ++k) v[std::size_t(G(rng) + 3) % v.size()].x = nan;
         const unsigned target = 3 + unsigned(round) % unsigned(n - 3);
         ASSERT_TRUE(same(Cpolygon2<T>(v).simplifiedTo(target).points(), naiveSimplify(v, target))) << round;
+    }
+}
+
+// A NaN point is in no polygon, an infinite one in no (bounded) polygon, by
+// every path: rectangle cache, convex angle table, winding number.
+TYPED_TEST(Polygon, NonFinitePointsAreOutside) {
+    using T = TypeParam;
+    const T nan = std::numeric_limits<T>::quiet_NaN(), inf = std::numeric_limits<T>::infinity();
+    std::vector<Cpolygon2<T>> polys{Cpolygon2<T>(pts<T>({{0, 0}, {2, 0}, {2, 2}, {0, 2}})),
+                                    Cpolygon2<T>(pts<T>({{0, 0}, {4, 0}, {5, 2}, {2, 4}, {-1, 2}})),
+                                    Cpolygon2<T>(pts<T>({{0, 0}, {4, 0}, {4, 4}, {2, 1}, {0, 4}}))};
+    const std::size_t raw = polys.size();
+    for (std::size_t k = 0; k < raw; ++k) {
+        polys.push_back(polys[k]);
+        polys.back().preprocess();
+    }
+    EXPECT_EQ(polys[3].type(), Cpolygon2<T>::TYPE_RECT);
+    EXPECT_EQ(polys[4].type(), Cpolygon2<T>::TYPE_CONVEX);
+    EXPECT_GE(polys[5].type(), Cpolygon2<T>::TYPE_CONCAVE);  // winding path
+    for (std::size_t k = 0; k < polys.size(); ++k) {
+        EXPECT_TRUE(polys[k].pointIsIn(Cpoint2<T>(1, 1))) << k;
+        for (auto const& p : {Cpoint2<T>(nan, 1), Cpoint2<T>(1, nan), Cpoint2<T>(nan, nan), Cpoint2<T>(inf, inf),
+                              Cpoint2<T>(inf, 1), Cpoint2<T>(-inf, 1), Cpoint2<T>(1, -inf), Cpoint2<T>(-inf, inf)})
+            EXPECT_FALSE(polys[k].pointIsIn(p)) << k << " (" << p.x << ", " << p.y << ")";
     }
 }

@@ -648,18 +648,22 @@ TEST(SolverDouble, SvdSolveRankConditionAndThreshold) {
     EXPECT_NEAR(xs(1, 0), 2, 1e-15);
     EXPECT_EQ(xs(2, 0), 0);
 
-    // The threshold: a singular value below 2^-52 times the largest is zero,
-    // one just above it is inverted.
-    const double below = 0x1p-52 * 0.5, above = 0x1p-52 * 4;
-    math::Csolver_svd<double> tb(fromRows<double>(2, 2, {1, 0, 0, below}));
+    // The threshold, on the equilibrated matrix: [[1, 1], [0, δ]] has the
+    // singular values ≈ √2 and δ/√2 after scaling; the default tolerance is
+    // max(m, n)·2^-52.  A diagonal matrix is full rank at any grading.
+    const double below = 0x1p-52, above = 0x1p-52 * 64;
+    math::Csolver_svd<double> tb(fromRows<double>(2, 2, {1, 1, 0, below}));
     EXPECT_EQ(tb.getRank(), 1u);
-    EXPECT_EQ(tb.solve(std::vector<double>{1, 1})(1, 0), 0);
-    math::Csolver_svd<double> ta(fromRows<double>(2, 2, {1, 0, 0, above}));
+    math::Csolver_svd<double> ta(fromRows<double>(2, 2, {1, 1, 0, above}));
     EXPECT_EQ(ta.getRank(), 2u);
     EXPECT_NEAR(ta.solve(std::vector<double>{1, 1})(1, 0), 1 / above, 1e-6 / above);
-    EXPECT_EQ(ta.getTolerance(), 0x1p-52);
+    EXPECT_EQ(ta.getTolerance(), 2 * 0x1p-52);
     ta.setTolerance(1e-10);
     EXPECT_EQ(ta.getRank(), 1u);
+    math::Csolver_svd<double> graded(fromRows<double>(2, 2, {1, 0, 0, 1e-300}));
+    EXPECT_EQ(graded.getRank(), 2u);
+    EXPECT_DOUBLE_EQ(graded.solve(std::vector<double>{1, 1})(1, 0), 1e300);
+    EXPECT_EQ(math::Csolver_svd<float>(Cmatrix<float>(3, 5)).getTolerance(), 5 * 0x1p-23f);
 
     // Wrong right-hand side; the empty solver; non-finite input terminates.
     expectMathError([&] { svd.solve(std::vector<double>{1, 2}); }, CthrowMath::ERR_MATH_INVALID_ARGUMENT);
@@ -675,6 +679,94 @@ TEST(SolverDouble, SvdSolveRankConditionAndThreshold) {
     bad(1, 2) = std::numeric_limits<double>::infinity();
     math::Csolver_svd<double> inf(bad);
     EXPECT_NO_THROW(inf.solve(std::vector<double>{1, 2, 3, 4}));
+}
+
+// Exactly rank-deficient systems: the minimum-norm least-squares solution,
+// against Eigen's complete orthogonal decomposition (in double) over random
+// integer products L·R of every shape 2..12 and rank 0..min(m, n) − 1.
+template <class T>
+void checkRankDeficient(Cmatrix<T> const& A, Cmatrix<T> const& b, double eps, char const* what) {
+    Eigen::MatrixXd Ae(A.m(), A.n()), be(b.m(), 1);
+    for (unsigned i = 0; i < A.m(); ++i) {
+        for (unsigned j = 0; j < A.n(); ++j) Ae(i, j) = A(i, j);
+        be(i) = b(i, 0);
+    }
+    const Eigen::CompleteOrthogonalDecomposition<Eigen::MatrixXd> cod(Ae);
+    const Eigen::VectorXd xe = cod.solve(be);
+    // The solution's sensitivity is σ_1/σ_k of the rank-k part.
+    const Eigen::VectorXd sv = Eigen::JacobiSVD<Eigen::MatrixXd>(Ae).singularValues();
+    const long rank = cod.rank();
+    const double kappa = rank ? sv(0) / sv(rank - 1) : 1;
+    math::Csolver_svd<T> svd(A);
+    ASSERT_EQ(long(svd.getRank()), rank) << what;
+    const Cmatrix<T> x = svd.solve(b);
+    const std::vector<T> w = svd.getSingularValues();
+    for (T v : w) ASSERT_TRUE(std::isfinite(v)) << what;
+    double err = 0;
+    for (unsigned i = 0; i < A.n(); ++i) err = std::max(err, std::fabs(double(x(i, 0)) - xe(i)));
+    EXPECT_LE(err, 64 * eps * kappa * kappa * (xe.cwiseAbs().maxCoeff() + 1)) << what << " κ = " << kappa;
+}
+
+TEST(SolverSvd, RankDeficientAgainstEigen) {
+    // The two matrices that broke the convergence test (a zero column rotated
+    // until subnormal): finite singular values, rank 2, the solvable system solved.
+    for (auto const& rows : {std::vector<double>{1, 1, 0, 0, 0, 0, 0, 1, 1}, std::vector<double>{1, 2, 3, 2, 4, 6, 1, 1, 1}}) {
+        checkRankDeficient(fromRows<double>(3, 3, rows), fromRows<double>(3, 1, {1, 2, 3}), 0x1p-52, "named");
+        checkRankDeficient(fromRows<float>(3, 3, rows), fromRows<float>(3, 1, {1, 2, 3}), 0x1p-23, "named float");
+    }
+    math::Csolver_svd<double> ok(fromRows<double>(3, 3, {1, 2, 3, 2, 4, 6, 1, 1, 1}));
+    const Cmatrix<double> x = ok.solve(std::vector<double>{6, 12, 3});  // consistent
+    EXPECT_NEAR(x(0, 0) + 2 * x(1, 0) + 3 * x(2, 0), 6, 1e-13);
+    EXPECT_NEAR(x(0, 0) + x(1, 0) + x(2, 0), 3, 1e-13);
+
+    std::mt19937 rng(11);
+    std::uniform_int_distribution<int> dim(2, 12), val(-3, 3);
+    for (int trial = 0; trial < 3000; ++trial) {
+        const unsigned m = dim(rng), n = dim(rng);
+        const unsigned k = std::uniform_int_distribution<unsigned>(0, std::min(m, n) - 1)(rng);
+        Eigen::MatrixXd L(m, k), R(k, n);
+        for (unsigned i = 0; i < m * k; ++i) L(i) = val(rng);
+        for (unsigned i = 0; i < k * n; ++i) R(i) = val(rng);
+        const Eigen::MatrixXd P = L * R;
+        Cmatrix<double> A(m, n), b(m, 1);
+        Cmatrix<float> Af(m, n), bf(m, 1);
+        for (unsigned i = 0; i < m; ++i) {
+            for (unsigned j = 0; j < n; ++j) Af(i, j) = float(A(i, j) = P(i, j));
+            bf(i, 0) = float(b(i, 0) = val(rng));
+        }
+        SCOPED_TRACE(testing::Message() << "trial " << trial << ": " << m << "x" << n << " rank " << k);
+        checkRankDeficient(A, b, 0x1p-52, "double");
+        checkRankDeficient(Af, bf, 0x1p-23, "float");
+        if (HasFatalFailure() || HasFailure()) return;
+    }
+}
+
+TEST(SolverSvd, RankOnEquilibratedMatrix) {
+    // A 200×200 product of rank 100: the rounding noise is not inverted.
+    std::mt19937 rng(3);
+    const Cmatrix<double> L = randomMatrix<double>(200, 100, rng), R = randomMatrix<double>(100, 200, rng);
+    math::Csolver_svd<double> big(L * R);
+    EXPECT_EQ(big.getRank(), 100u);
+
+    // Degree-10 polynomial on raw powers of x in [−9, −3], 82 points: badly
+    // scaled columns (1 .. 3.5e9) but full rank.  At least 7 correct digits
+    // against a long double QR.
+    const unsigned np = 82, nc = 11;
+    Cmatrix<double> V(np, nc), y(np, 1);
+    Eigen::Matrix<long double, Eigen::Dynamic, Eigen::Dynamic> Vl(np, nc);
+    Eigen::Matrix<long double, Eigen::Dynamic, 1> yl(np);
+    for (unsigned i = 0; i < np; ++i) {
+        const double t = -9 + 6.0 * i / (np - 1);
+        for (unsigned j = 0; j < nc; ++j) Vl(i, j) = V(i, j) = std::pow(t, double(j));
+        yl(i) = y(i, 0) = std::sin(t) + 0.01 * t * t;
+    }
+    const Eigen::Matrix<long double, Eigen::Dynamic, 1> cl = Vl.colPivHouseholderQr().solve(yl);
+    math::Csolver_svd<double> fit(V);
+    EXPECT_EQ(fit.getRank(), nc);
+    const Cmatrix<double> c = fit.solve(y);
+    long double err = 0;
+    for (unsigned j = 0; j < nc; ++j) err = std::max(err, std::fabs(c(j, 0) - cl(j)) / std::fabs(cl(j)));
+    EXPECT_LT(err, 1e-7L);
 }
 
 TEST(SolverFloat, SvdDecomposition) {

@@ -12,7 +12,8 @@
 //
 // Image pixels are points with integer coordinates: pixel (column x, row y) is
 // the point (x, y), y growing downward as in Crect2.  A pixel belongs to the
-// area when that point does (polygon borders follow Cpolygon2::pointIsIn).
+// area when that point does (polygon borders follow Cpolygon2::pointIsIn; a
+// NaN or infinite point is in no area).
 //
 // Usage:
 //   Caoi<double> aoi(Crect2<double>(10, 10, 100, 50));            // include a rectangle

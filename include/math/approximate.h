@@ -15,9 +15,13 @@
 //    throws on its own; exceptions of the matrix, the solvers and the
 //    eigenvalue routines pass through unchanged (the primitive may then be
 //    partly written).
-//  - Degenerate configurations (collinear points for a circle, coincident
-//    points, a line through the origin for the algebraic line model) are not
-//    detected; they show as NaN or non-finite values, documented per function.
+//  - Degenerate configurations are documented per function: the circle and
+//    sphere fits report a rank-deficient system (collinear or coincident
+//    points) as the NaN-invalid primitive; a line through the origin for the
+//    algebraic line model shows as NaN or non-finite values.
+//  - Non-finite input (a NaN coordinate, or coordinates whose squares
+//    overflow) gives the NaN-invalid primitive (and record) of the fits that
+//    use the eigenvalue routine; it is never handed to that routine.
 //  - Signs of eigenvectors, and so of fitted line directions and plane
 //    normals, are whatever the eigen decomposition produces.
 //
@@ -324,8 +328,10 @@ public:
     // are stored as Cmatrix<T> and solved with Csolver_svd<T>.  Centre
     // (mean x - B/(2A), mean y - C/(2A)), radius |sqrt(B^2 + C^2 + 4A) / (2A)|.
     //   - n <= 3: centre and radius quiet NaN (also for exactly 3 points).
-    //   - Collinear points: A is 0 or tiny, the centre and radius are huge,
-    //     infinite or NaN.  No check is made.
+    //   - Collinear or coincident points: the solver reports the 3x3 system
+    //     rank-deficient (rank judged on the column-equilibrated matrix, see
+    //     Csolver_svd) and centre and radius are quiet NaN.  Nearly collinear
+    //     points of full rank still give a huge radius.
     //
     // Accuracy: this is the Kasa fit; it minimises algebraic, not orthogonal
     // distances, with a bias of about sigma^2 / r (sigma the noise).  The
@@ -346,7 +352,11 @@ public:
     // written is that of the algebraic circle system of fitCircleLsq, so the
     // result is bit for bit the one of fitCircleLsq.  The eigen stage costs an
     // n x 3 matrix (and its transpose) and can raise the exceptions of the
-    // eigenvalue routine.  Same too-few-points rule (n <= 3 gives NaN).
+    // eigenvalue routine.  Same too-few-points rule (n <= 3 gives NaN), and
+    // non-finite moment sums give the NaN circle before the eigen stage.  More
+    // than 2^32 - 1 points do not fit the n x 3 matrix: CthrowMath
+    // ERR_MATRIX_DIMS is thrown before anything is allocated (use
+    // fitCircleLsq, which has no such limit).
     static void fitCircleLsqBeta(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle);
 
     // Algebraic sphere fit: A*(x^2 + y^2 + z^2) + B*x + C*y + D*z = 1 on the raw,
@@ -357,8 +367,9 @@ public:
     // stored radius is negative when the coordinate origin lies inside the
     // fitted sphere and positive when it lies outside.  Take |radius| for the
     // size.
-    //   - No input check: an empty or too small set gives whatever the solver
-    //     returns, typically non-finite centre and radius.
+    //   - No count check, but an empty or too small set, coincident points or
+    //     points on one circle give a rank-deficient 4x4 system: the solver
+    //     reports it and centre and radius are quiet NaN.
     //   - A sphere through (or very near) the origin has 1/A = 0: the model
     //     fails there as the line model fails for lines through the origin.
     //

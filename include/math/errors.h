@@ -2,8 +2,9 @@
 //
 // CthrowMath (numerics, matrices, solvers, transformations, areas of
 // interest), CthrowSpline (spline bases, curves and surfaces) and
-// Ccorrelationthrow (correlation of data vectors; for users of the library)
-// differ from CthrowBase only by their error tables.  Each table row maps an id
+// Ccorrelationthrow (correlation of data vectors; for users of the library),
+// all in namespace math, differ from CthrowBase only by their error tables.
+// Global using-declarations keep the unqualified names working.  Each table row maps an id
 // (from 24 upwards) to a key "Class::ENUMERATOR" and a German message with
 // placeholders "%0", "%1", "%2".  Ids a table does not hold fall back to the
 // core table of CthrowBase.
@@ -31,8 +32,6 @@ METROMATH_API std::string toUtf8(std::string const& cp1252);
 
 // The composed message of an exception, converted to UTF-8.
 METROMATH_API std::string messageUtf8(CthrowBase const& e);
-
-}  // namespace math
 
 #define METROMATH_DECLARE_THROW_CLASS(NAME)                                                    \
 public:                                                                                        \
@@ -95,6 +94,13 @@ public:
     enum { ERR_SIZE_MISMATCH = 24, ERR_TEMPLATE_EMPTY = 25 };
     METROMATH_DECLARE_THROW_CLASS(Ccorrelationthrow)
 };
+
+}  // namespace math
+
+// For code that names the error classes unqualified.
+using math::CthrowMath;
+using math::CthrowSpline;
+using math::Ccorrelationthrow;
 
 #undef METROMATH_DECLARE_THROW_CLASS
 

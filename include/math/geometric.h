@@ -58,7 +58,8 @@ public:
     // Intersection of two planar lines.  det = a.dx*b.dy - a.dy*b.dx is the
     // sine of the angle between the unit directions; |det| <= eps_p counts as
     // parallel: false, s unchanged.  Otherwise s is the common point, from the
-    // two equations x cross d = p cross d, and true.
+    // two equations x cross d = p cross d, and true.  An invalid line (NaN in
+    // point or direction): false, s unchanged.
     static bool intersect(Cline2<T> const& a, Cline2<T> const& b, Cpoint2<T>& s);
     // Signed distance (p - point) x direction = dx*(p.y - y) - dy*(p.x - x):
     // positive for points to the left of the directed line.
@@ -126,7 +127,8 @@ public:
     // Spatial intersections
     // ---------------------------------------------------------------------
 
-    // Plane and line: false (and s.x NaN) when |n.direction| <= eps_p.
+    // Plane and line: false (and s.x NaN) when |n.direction| <= eps_p or
+    // plane or line is invalid.
     static bool intersect(Cplane3<T> const& e, Cline3<T> const& l, Cpoint3<T>& s);
     // Two planes: false (l unchanged) when the normals are parallel within
     // eps_p; otherwise the line along n1 x n2 through the point a*n1 + b*n2.
@@ -144,7 +146,8 @@ public:
     // Sphere and line point + t*direction: the parameters of the two crossings
     // (ascending) from b = (D.P - 2*D.C)*0.5 and q = |C|^2 + |P|^2 - 2*C.P - r^2.
     // The form of b equals D.(P - C) only when D.P = 0 (the line given by its
-    // foot point) and is kept so.  b^2 - q < 0: both NaN and false.
+    // foot point) and is kept so.  b^2 - q < 0, or an invalid sphere or line:
+    // both NaN and false.
     static bool intersect(Csphere3<T> const& k, Cline3<T> const& l, std::pair<T, T>& t);
     // Box and line by the slab method: entry and exit point in the order of
     // the line's direction (equal when the line only touches an edge or a

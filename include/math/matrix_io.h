@@ -13,7 +13,9 @@
 // Reading always expects the header in both forms (text written with
 // writeHeader(false) cannot be read back).  Nothing is checked or thrown here:
 // stream errors stay in the underlying stream's state, and counts read from a
-// damaged header go to Cmatrix::resize unchanged, where a block that cannot be
+// damaged header go to Cmatrix::resize unchanged (text counts are read in a
+// wider type: every count written, up to 2^32 - 1, reads back as written; one
+// outside [INT_MIN, 2^32 - 1] fails the stream), where a block that cannot be
 // allocated (a negative count reads as a huge unsigned one) throws CthrowBase
 // (ERR_CORE_NOMEMORY) and leaves the matrix as it was.  The binary element
 // block does not record the element type: read with the type that wrote it.

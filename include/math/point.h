@@ -5,6 +5,7 @@
 
 #include <math/export.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <type_traits>
@@ -177,12 +178,27 @@ public:
 protected:
     static constexpr unsigned dim = sizeof(P) / sizeof(T);
 
-    // Divides every component by the Euclidean length (computed directly).
-    // A length of exactly 0 leaves the components as they are and sets x to
-    // a quiet NaN: the direction becomes invalid.
+    // Divides every component by the Euclidean length, computed directly.
+    // When the sum of squares of finite components overflows or underflows
+    // (components beyond about 1e154 or below 1e-154 in double), the
+    // components are first scaled by a power of two (exact) to the largest
+    // magnitude's binade, so (1e300, 1e300) gives (0.707.., 0.707..).  A length
+    // of exactly 0 (a zero vector) leaves the components as they are and sets
+    // x to a quiet NaN: the direction becomes invalid.
     void normalise() {
         T sum = T(0);
         for (unsigned i = 0; i < dim; ++i) sum += P::operator[](i) * P::operator[](i);
+        if (!(sum <= std::numeric_limits<T>::max()) || sum < std::numeric_limits<T>::min()) {
+            T mx = T(0);
+            for (unsigned i = 0; i < dim; ++i) mx = std::max(mx, static_cast<T>(std::fabs(P::operator[](i))));
+            if (mx > T(0) && mx <= std::numeric_limits<T>::max()) {  // finite, not all zero, no NaN
+                int e = 0;
+                std::frexp(mx, &e);
+                for (unsigned i = 0; i < dim; ++i) P::operator[](i) = std::ldexp(P::operator[](i), -e);
+                sum = T(0);
+                for (unsigned i = 0; i < dim; ++i) sum += P::operator[](i) * P::operator[](i);
+            }
+        }
         const T len = static_cast<T>(std::sqrt(sum));
         if (len != T(0)) {
             for (unsigned i = 0; i < dim; ++i) P::operator[](i) /= len;

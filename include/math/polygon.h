@@ -97,6 +97,8 @@ public:
     // polygons of 32 or more vertices use a slab index, O(log n) plus the
     // edges crossing the point's height); TYPE_INVALID,
     // TYPE_DEGENERATED and fewer than 3 vertices: false.  Never classifies.
+    // A point with a NaN coordinate is in no polygon; an infinite one is in
+    // no polygon of finite vertices (by every path).
     bool pointIsIn(Cpoint2<T> const& p) const;
 
     // Same vertex count and every coordinate equal under the relative
@@ -126,7 +128,7 @@ public:
     // by Andrew's monotone chain in O(n log n).  keepEdgePoints = false gives
     // only the strict corners; true also keeps the points that lie exactly on a
     // hull edge, in order along it.  Exact duplicates are reported once, points
-    // with a NaN coordinate are ignored.  Degenerate sets: no point gives an
+    // with a NaN or infinite coordinate are ignored (as by CcvxHull2D).  Degenerate sets: no point gives an
     // empty polygon, one distinct point a one-vertex polygon; collinear points
     // give the two end points (keepEdgePoints = false) or all distinct points in
     // order along the line (true).  The orientation tests are exact (adaptive

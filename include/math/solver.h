@@ -181,12 +181,21 @@ private:
 //
 // r = min(m, n) singular values are computed, sorted decreasingly; U is m×r and
 // V is n×r with orthonormal columns (columns of U belonging to exactly zero
-// singular values are completed to an orthonormal set).  For m ≥ n the solve
-// gives the least-squares solution, for m < n the minimum-norm solution.  A
-// singular value below tol·w_max (tol = 2.220446049250313e-16 unless set
-// otherwise) or exactly zero counts as zero: W⁺ holds 0 for it.  The matrix
-// is scaled by a power of two before the decomposition, so its scale does not
-// matter.  Non-finite input gives non-finite results (the sweep count is
+// singular values are completed to an orthonormal set).  The matrix is scaled
+// by a power of two before the decomposition, so its scale does not matter.
+//
+// Solving and rank: the rank is judged on the column-equilibrated matrix
+// A·D, D = diag(2^-e_j) scaling every non-zero column to a length in [1/2, 1)
+// (exactly, by powers of two), so that the units of the unknowns do not
+// decide it.  A singular value of A·D below tol·w_max, or exactly zero,
+// counts as zero; tol = max(m, n)·ε (ε = 2^-52 for double, 2^-23 for float)
+// unless set otherwise.  The solution is X = D·Y with Y = V'·W'⁺·U'ᵀ·B from
+// the decomposition A·D = U'·W'·V'ᵀ; when the rank k is below n it is then
+// projected onto span(D⁻¹·V'_k), which makes it the minimum-norm
+// least-squares solution of the rank-k system.  So: full column rank gives
+// the least-squares solution (accurate also for badly scaled columns),
+// exactly rank-deficient or wide systems give the minimum-norm least-squares
+// solution.  Non-finite input gives non-finite results (the sweep count is
 // bounded).
 template <class T>
 class METROMATH_API Csolver_svd : public Csolver_le<T> {
@@ -198,10 +207,11 @@ public:
     Csolver_svd& operator=(Csolver_svd const& other);
     ~Csolver_svd() override;
 
-    // The relative threshold below which a singular value counts as zero
-    // (default 2.220446049250313e-16 = 2^-52, for float as for double).
+    // The relative threshold below which a singular value of the
+    // equilibrated matrix counts as zero.  Default (and after a negative
+    // value is set): max(m, n)·ε of the installed matrix.
     void setTolerance(T relTol) { m_relTol = relTol; }
-    T getTolerance() const { return m_relTol; }
+    T getTolerance() const;
 
     // The accessors decompose first when a matrix was installed by a
     // constructor and not yet prepared.
@@ -210,7 +220,8 @@ public:
     // U (m×r) and V (n×r) with A = U·diag(w)·Vᵀ.
     Cmatrix<T> getU();
     Cmatrix<T> getV();
-    // Number of singular values not treated as zero.
+    // Number of singular values of the equilibrated matrix not treated as
+    // zero (see above).
     unsigned int getRank();
     // w_max / w_min over all r singular values: +inf when w_min is 0, NaN for
     // an empty matrix.
@@ -220,17 +231,24 @@ protected:
     // B must have m rows; returns the n×k solution.  Throws
     // ERR_MATH_INVALID_ARGUMENT otherwise.
     Cmatrix<T> subsolve() override;
-    // Decomposes the system matrix (which stays unchanged).
+    // Decomposes the equilibrated system matrix (A stays unchanged); the
+    // decomposition of A itself follows when an accessor first needs it.
     void init() override;
 
 private:
-    void decompose();
+    void preparePlain();
+    void minimumNorm(Cmatrix<T>& X, unsigned k);
 
-    std::vector<T> m_w;    // singular values, decreasing
+    std::vector<T> m_w;    // singular values of A, decreasing (when m_plainDone)
     Cmatrix<T> m_Ut;       // r×m: row k is column k of U
     Cmatrix<T> m_Vt;       // r×n: row k is column k of V
+    bool m_plainDone;      // m_w, m_Ut, m_Vt belong to the installed matrix
+    std::vector<T> m_we;   // the same three for A·D
+    Cmatrix<T> m_Ute;
+    Cmatrix<T> m_Vte;
+    std::vector<int> m_colExp;  // e_j of D (empty: D = I, for empty or non-finite A)
     std::vector<T> m_work; // working storage of subsolve()
-    T m_relTol;
+    T m_relTol;            // negative: max(m, n)·ε
 };
 
 extern template class Csolver_le<float>;

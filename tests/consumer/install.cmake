@@ -49,6 +49,28 @@ if(PYTHON)
   message(STATUS "installed Python package: ok")
 endif()
 
+find_program(app_math NAMES app_math PATHS ${build} ${build}/${BUILD_TYPE} NO_DEFAULT_PATH NO_CACHE)
+if(NOT app_math)
+  message(FATAL_ERROR "math-only consumer program not found in ${build}")
+endif()
+# Linked as needed, the program must not need the core library itself (else
+# the run below would not show that libmetromath finds it).  Not checked with
+# the sanitizers: UBSan's type checks reference the core's exception typeinfo.
+find_program(READELF_EXE readelf NO_CACHE)
+if(READELF_EXE AND NOT SANITIZE)
+  run_step("readelf" ${READELF_EXE} -d ${app_math})
+  if(step_output MATCHES "libmetromath_core")
+    message(FATAL_ERROR "the consumer needs the core library directly:\n${step_output}")
+  endif()
+endif()
+# No LD_LIBRARY_PATH: the program's own run path finds libmetromath, whose
+# run path ($ORIGIN) finds the core library.
+run_step("math-only consumer run" ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH ${app_math})
+if(NOT step_output STREQUAL "radius 5 valid\nlength 5\ncaught 33\n")
+  message(FATAL_ERROR "math-only consumer printed\n${step_output}")
+endif()
+message(STATUS "math-only consumer without LD_LIBRARY_PATH: ok")
+
 # 3. pkg-config, when available
 find_program(PKG_CONFIG_EXE pkg-config NO_CACHE)
 if(NOT PKG_CONFIG_EXE)
