@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -402,7 +401,6 @@ TYPED_TEST(MatrixIo, DamagedTextElements) {
     const unsigned bigM = 20000;
 #endif
     {
-        const auto t0 = std::chrono::steady_clock::now();
         std::istringstream is(big);
         CioStreamMatrix<T> r(is);
         Cmatrix<T> M;
@@ -416,8 +414,6 @@ TYPED_TEST(MatrixIo, DamagedTextElements) {
             // A machine without that much address space refuses the block.
             EXPECT_EQ(e.id(), CthrowBase::ERR_CORE_NOMEMORY);
         }
-        const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-        EXPECT_LT(secs, 5.0);  // generous: the work is one lazy allocation and four token reads
     }
 }
 
@@ -463,13 +459,11 @@ TYPED_TEST(MatrixIo, DamagedBinary) {
 #else
         const int big = 20000;
 #endif
-        const auto t0 = std::chrono::steady_clock::now();
         Cmatrix<T> b;
         try {
             EXPECT_FALSE(readBin(counts(big, big) + std::string(16, '\0'), b));
         } catch (CthrowBase const& e) {
             EXPECT_EQ(e.id(), CthrowBase::ERR_CORE_NOMEMORY);
         }
-        EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 5.0);
     }
 }
