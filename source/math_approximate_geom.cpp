@@ -25,6 +25,9 @@ namespace {
 
 using approx_detail::blockedSums;
 using approx_detail::fewPoints;
+using approx_detail::setNaN;
+using approx_detail::setNaNLine;
+using approx_detail::setNaNPlane;
 
 // Raw sums of a spatial point set in the accumulator type S:
 // x, y, z, xx, yy, zz, xy, xz, yz.
