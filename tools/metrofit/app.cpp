@@ -163,8 +163,9 @@ int run(int argc, const char* const* argv, std::istream& in, std::ostream& out, 
                    "Point file: 2 or 3 columns separated by commas, semicolons or blanks; '#' comments and one "
                    "header line allowed; '-' reads standard input")
         ->required();
-    std::string methodHelp = "lsq (algebraic least squares), geom (orthogonal distances) or fast (plane by power "
-                             "iteration); offered (first = default):";
+    std::string methodHelp = "lsq (algebraic least squares), geom (orthogonal distances), fast (plane by power "
+                             "iteration) or lm (orthogonal distances by Levenberg-Marquardt); offered (first = "
+                             "default):";
     for (ShapeInfo const& info : shapes()) methodHelp += std::string(" ") + info.name + ": " + methodList(info) + ";";
     methodHelp.back() = '.';
     app.add_option("-m,--method", methodText, methodHelp);

@@ -331,6 +331,37 @@ void cylinderGeom(FitInput const& in, FitResult& r) {
         math::Cline3<double>(toDouble(z.axis().point()), toDouble(z.axis().direction())), double(z.radius()));
 }
 
+// Both ellipse fits reach the same minimum; they differ in how (see
+// approximate.h).  The library itself refuses semi-axes beyond 1e6 RMS radii
+// of the data, the check the other iterative fits need here.
+template <class T>
+void ellipseFit(FitInput const& in, FitResult& r, bool lm) {
+    using A = math::approximate<T>;
+    math::Cellipse2<T> el;
+    math::CqEllipseGeomStdAbw<T> rec;
+    if (lm) {
+        r.function = functionName<T>("fitEllipseGeomLM");
+        A::fitEllipseGeomLM(in.p2<T>(), el, rec);
+    } else {
+        r.function = functionName<T>("fitEllipseGeom");
+        A::fitEllipseGeom(in.p2<T>(), el, rec);
+    }
+    takeRecord(in, r, rec,
+               el.isValid() && finite(el.center()) && std::isfinite(el.a()) && std::isfinite(el.b()) &&
+                   std::isfinite(el.angle()));
+    addMeasure(r, "StdAbwEllipse", "std. deviation of distances (StdAbwEllipse)", A::StdAbwEllipse(in.p2<T>(), el));
+    r.uncertainties = {{"center", {double(rec.uCenterX), double(rec.uCenterY)}, 1},
+                       {"a", {double(rec.uA)}, 1},
+                       {"b", {double(rec.uB)}, 1},
+                       {"angle", {double(rec.uAngle)}, 0}};
+    r.primitive = math::Cellipse2<double>(toDouble(el.center()), double(el.a()), double(el.b()), double(el.angle()));
+}
+
+template <class T>
+void ellipseGeom(FitInput const& in, FitResult& r) { ellipseFit<T>(in, r, false); }
+template <class T>
+void ellipseLM(FitInput const& in, FitResult& r) { ellipseFit<T>(in, r, true); }
+
 template <class T>
 void planeResult(FitInput const& in, FitResult& r, math::Cplane3<T> const& plane) {
     if (!plane.isValid() || !finite(plane.normal()) || !std::isfinite(plane.d()))
@@ -372,6 +403,7 @@ void requireDetermined(FitInput const& in, Shape shape, Method method, Extent co
     switch (shape) {
         case Shape::circle:
         case Shape::cylinder:
+        case Shape::ellipse:
             requireNotCollinear(in, extent);
             break;
         case Shape::sphere:
@@ -432,7 +464,7 @@ struct Orient {
 std::vector<ShapeInfo> const& shapes() {
     // Minimum counts: the library's own minimum where it has one (4 for the
     // algebraic circle), otherwise the count that determines the primitive
-    // (2 points a line, 3 a plane, 4 a sphere, 5 a cylinder).  The circle
+    // (2 points a line, 3 a plane, 4 a sphere, 5 a cylinder or an ellipse).  The circle
     // keeps 4 for its geometric fit too, which would take 3: the collinearity
     // check before the fit needs 4.
     static const std::vector<ShapeInfo> table = {
@@ -453,6 +485,9 @@ std::vector<ShapeInfo> const& shapes() {
         {Shape::cylinder, "cylinder", "cylinder", "a cylinder",
          "distance from the axis minus the radius, positive outside", 3, 5,
          {{Method::geom, cylinderGeom<double>, cylinderGeom<float>, true}}},
+        {Shape::ellipse, "ellipse", "ellipse", "an ellipse",
+         "orthogonal distance from the ellipse, positive outside", 2, 5,
+         {{Method::geom, ellipseGeom<double>, ellipseGeom<float>}, {Method::lm, ellipseLM<double>, ellipseLM<float>}}},
     };
     return table;
 }

@@ -24,20 +24,21 @@
 
 namespace metrofit {
 
-enum class Shape { line2, line3, circle, sphere, plane, cylinder };
+enum class Shape { line2, line3, circle, sphere, plane, cylinder, ellipse };
 
 // lsq: algebraic least squares in closed form; geom: orthogonal (total) least
-// squares (closed form for lines and planes, iterative for circles, spheres
-// and cylinders); fast: the power-iteration variant of the orthogonal plane
-// fit.
-enum class Method { lsq, geom, fast };
+// squares (closed form for lines and planes, iterative for circles, spheres,
+// cylinders and ellipses, Gauss-Newton for the ellipse); fast: the power-iteration variant of the orthogonal plane
+// fit; lm: the Levenberg-Marquardt form of the geometric fit (ellipse).
+enum class Method { lsq, geom, fast, lm };
 
 // The fitted primitive as the library returns it (always in double; a float
 // fit's result is converted).  Sphere radii are stored as |r|.  A new shape
 // adds its primitive here, a visitor overload in shapes.cpp (parameters,
 // scaling, residuals) and in svg.cpp (views), and one entry in shapes().
 using Primitive = std::variant<math::Cline2<double>, math::Cline3<double>, math::Ccircle2<double>,
-                               math::Csphere3<double>, math::Cplane3<double>, math::Ccylinder3<double>>;
+                               math::Csphere3<double>, math::Cplane3<double>, math::Ccylinder3<double>,
+                               math::Cellipse2<double>>;
 
 // A named deviation measure as the library reports it.
 struct Measure {
@@ -61,7 +62,7 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 struct Uncertainty {
     std::string key;
     std::vector<double> values;
-    int lengthPower = 1;  // 1 for coordinates and radii, 0 for unit directions
+    int lengthPower = 1;  // 1 for coordinates and radii, 0 for unit directions and angles
 };
 
 // Progress of an iterative fit, from its record.

@@ -32,12 +32,13 @@ const char* methodName(Method m) {
         case Method::lsq: return "lsq";
         case Method::geom: return "geom";
         case Method::fast: return "fast";
+        case Method::lm: return "lm";
     }
     return "?";
 }
 
 bool methodFromName(std::string const& name, Method& m) {
-    for (Method c : {Method::lsq, Method::geom, Method::fast}) {
+    for (Method c : {Method::lsq, Method::geom, Method::fast, Method::lm}) {
         if (name == methodName(c)) {
             m = c;
             return true;
@@ -76,6 +77,12 @@ struct Parameters {
         p.push_back({"radius", "radius", {z.radius()}});
         return p;
     }
+    std::vector<Parameter> operator()(math::Cellipse2<double> const& el) const {
+        return {{"center", "centre", values(el.center())},
+                {"a", "semi-axis a", {el.a()}},
+                {"b", "semi-axis b", {el.b()}},
+                {"angle", "angle of a (rad)", {el.angle()}}};
+    }
 };
 
 template <class P>
@@ -101,6 +108,10 @@ struct ScaledBy {
     Primitive operator()(math::Ccylinder3<double> const& z) const {
         return math::Ccylinder3<double>(math::Cline3<double>(scaled(z.axis().point(), e), z.axis().direction()),
                                         std::ldexp(z.radius(), e));
+    }
+    Primitive operator()(math::Cellipse2<double> const& el) const {
+        return math::Cellipse2<double>(scaled(el.center(), e), std::ldexp(el.a(), e), std::ldexp(el.b(), e),
+                                       el.angle());
     }
 };
 

@@ -276,6 +276,32 @@ struct Views {
         panels.push_back(p);
     }
 
+    // The fitted ellipse as a closed polyline, each residual drawn along the
+    // normal through its foot point.  The normal is the gradient of the
+    // signed distance at the point (central differences of the library's
+    // distance, steps of 1e-7 of the major semi-axis), the foot the point
+    // moved back by its distance along it.
+    void operator()(math::Cellipse2<double> const& el) const {
+        Panel p = planar();
+        PointSet const& s = pts;
+        p.mark = [&s, el](std::size_t i) {
+            using G = math::geometric<double>;
+            const P2 q = point2(s, i);
+            const double h = 1e-7 * std::max(std::fabs(el.a()), std::fabs(el.b()));
+            const double d = G::distance(el, q);
+            D2 u(P2(G::distance(el, q + P2(h, 0)) - G::distance(el, q - P2(h, 0)),
+                    G::distance(el, q + P2(0, h)) - G::distance(el, q - P2(0, h))));
+            if (!u.isValid() || !std::isfinite(d)) return Mark{q, q, P2(1, 0)};
+            return Mark{q, q - u * d, u};
+        };
+        std::vector<P2> curve;
+        const int segments = 360;
+        for (int k = 0; k <= segments; ++k) curve.push_back(el.pointAt(2.0 * std::acos(-1.0) * k / segments));
+        p.curves.push_back(curve);
+        p.keepVisible.push_back(el.center());
+        panels.push_back(p);
+    }
+
     void operator()(math::Cline2<double> const& l) const {
         Panel p = planar();
         PointSet const& s = pts;

@@ -15,6 +15,7 @@ import argparse
 import json
 import math
 import os
+import random
 import re
 import resource
 import signal
@@ -281,6 +282,86 @@ def group_outputs(tool, data, gen):
     check(rc == 0 and "--residuals" in out and "Exit status" in out, "help: %d" % rc)
 
 
+def dist_point_segment(p, q, r):
+    dx, dy = r[0] - q[0], r[1] - q[1]
+    t = max(0.0, min(1.0, ((p[0] - q[0]) * dx + (p[1] - q[1]) * dy) / (dx * dx + dy * dy)))
+    return math.hypot(p[0] - q[0] - t * dx, p[1] - q[1] - t * dy)
+
+
+def group_ellipse(tool, data, gen):
+    # Exact points of a rotated ellipse far from the origin, unevenly spaced.
+    cx, cy, a, b, th = 1250.5, -730.25, 40.0, 15.0, -0.7
+    ct, st = math.cos(th), math.sin(th)
+    rows = []
+    for k in range(50):
+        t = 0.3 + 2 * math.pi * k / 50 + 0.05 * math.sin(3 * k)
+        u, v = a * math.cos(t), b * math.sin(t)
+        rows.append("%.17g,%.17g" % (cx + ct * u - st * v, cy + st * u + ct * v))
+    path = tool.write("ellipse.csv", "x,y\n" + "\n".join(rows) + "\n")
+    want = {"a": a, "b": b, "angle": th}
+    fits = {}
+    for method, fn in (("geom", "fitEllipseGeom"), ("lm", "fitEllipseGeomLM")):
+        j = tool.json("ellipse", path, "--method", method)
+        if j is None:
+            continue
+        fits[method] = j
+        p = j["parameters"]
+        check(j["fit"] == "ellipse" and j["method"] == method and j["function"] == "approximate<double>::" + fn,
+              "ellipse %s: fields %s %s" % (method, j["method"], j["function"]))
+        check(math.hypot(p["center"][0] - cx, p["center"][1] - cy) < 1e-9 * a, "ellipse %s: centre %s" % (method, p))
+        for k, v in want.items():
+            check(abs(p[k] - v) < 1e-9 * (a if k != "angle" else 1), "ellipse %s: %s %r" % (method, k, p[k]))
+        check(sorted(j["uncertainties"]) == ["a", "angle", "b", "center"] and len(j["uncertainties"]["center"]) == 2,
+              "ellipse %s: uncertainties %s" % (method, j["uncertainties"]))
+        check(j["solver"]["converged"] and j["solver"]["iterations"] > 0, "ellipse %s: solver %s" % (method, j["solver"]))
+        check(j["residuals"]["max_abs"] < 1e-9 and "StdAbwEllipse" in j["deviations"],
+              "ellipse %s: residuals %s" % (method, j["residuals"]))
+    if len(fits) == 2:
+        pg, pl = fits["geom"]["parameters"], fits["lm"]["parameters"]
+        check(all(abs(pg[k] - pl[k]) < 1e-9 for k in ("a", "b", "angle")) and
+              all(abs(pg["center"][i] - pl["center"][i]) < 1e-9 for i in range(2)), "ellipse: lm %s vs geom %s" % (pl, pg))
+
+    # A noisy copy: the table, and a drawing whose whiskers start on the drawn
+    # ellipse and point through their points.
+    rnd = random.Random(5)
+    noisy = []
+    for r in rows:
+        x, y = map(float, r.split(","))
+        noisy.append("%.9g %.9g" % (x + rnd.gauss(0, 0.2), y + rnd.gauss(0, 0.2)))
+    npath = tool.write("ellipse_noisy.txt", "\n".join(noisy) + "\n")
+    svg_path = os.path.join(tool.work, "ellipse.svg")
+    rc, out, err = tool.run("ellipse", npath, "--svg", svg_path, "--magnify", "10")
+    check(rc == 0 and err == "", "ellipse svg: exit %d %r" % (rc, err))
+    check(out.startswith("ellipse fit (geom, approximate<double>::fitEllipseGeom) to 50 points from ") and
+          re.search(r"^  semi-axis a\s+4\d\.\d+\s+0\.\d+$", out, re.M) and
+          re.search(r"^  iterations\s+\d+  \(converged\)$", out, re.M), "ellipse table: %r" % out)
+    with open(svg_path) as f:
+        svg = f.read()
+    curve = [tuple(map(float, q.split(","))) for q in re.search(r'<polyline points="([^"]*)"', svg).group(1).split()]
+    check(len(curve) == 361, "ellipse svg: %d curve points" % len(curve))
+    pts = [tuple(map(float, m)) for m in re.findall(r'<circle cx="([-0-9.]+)" cy="([-0-9.]+)" r="1.80"/>', svg)]
+    lines = [tuple(map(float, m)) for m in
+             re.findall(r'<line x1="([-0-9.]+)" y1="([-0-9.]+)" x2="([-0-9.]+)" y2="([-0-9.]+)"', svg)]
+    check(len(pts) == 50 and len(lines) == 50, "ellipse svg: %d points, %d whiskers" % (len(pts), len(lines)))
+    for (px, py), (fx, fy, tx, ty) in zip(pts, lines):
+        # Foot on the polyline (360 chords: sag below 0.1 px here).
+        near = min(dist_point_segment((fx, fy), q, r) for q, r in zip(curve, curve[1:]))
+        check(near < 0.2, "ellipse svg: foot (%g, %g) off the curve by %g px" % (fx, fy, near))
+        # tip - foot = 10 (point - foot), to the 0.01 px of the printed numbers.
+        check(math.hypot(tx - fx - 10 * (px - fx), ty - fy - 10 * (py - fy)) < 0.3,
+              "ellipse svg: whisker (%g,%g)-(%g,%g) vs point (%g,%g)" % (fx, fy, tx, ty, px, py))
+
+    expect_error(tool, ["ellipse", path, "--radius", "20"], 2,
+                 r"--radius is not available for ellipse with method geom; a fixed radius is offered for circle, "
+                 r"sphere, cylinder \(method geom\)$")
+    expect_error(tool, ["ellipse", path, "-m", "lsq"], 2, r"method 'lsq' is not available for ellipse; available: geom, lm$")
+    expect_error(tool, ["circle", path, "-m", "lm"], 2, r"method 'lm' is not available for circle; available: geom, lsq$")
+    expect_error(tool, ["ellipse", tool.write("four.csv", "\n".join(rows[:4]) + "\n")], 1,
+                 r"ellipse fit needs at least 5 points, found 4$")
+    expect_error(tool, ["ellipse", tool.write("eline.csv", "".join("%d,%d\n" % (i, 3 - i) for i in range(9)))], 1,
+                 r"collinear, an ellipse is not determined$")
+
+
 # ---------------------------------------------------------------------------
 def expect_error(tool, args, code, pattern, stdin=None):
     rc, out, err = tool.run(*args, stdin=stdin)
@@ -385,7 +466,7 @@ def group_errors(tool, data, gen):
 
 def group_usage(tool, data, gen):
     bore = os.path.join(data, "bore_edge.csv")
-    expect_error(tool, ["torus", bore], 2, r"unknown fit 'torus'; choose one of line2, line3, circle, sphere, plane, cylinder")
+    expect_error(tool, ["torus", bore], 2, r"unknown fit 'torus'; choose one of line2, line3, circle, sphere, plane, cylinder, ellipse$")
     expect_error(tool, ["circle"], 2, r"FILE is required")
     expect_error(tool, [], 2, r"required")
     expect_error(tool, ["circle", bore, "--frobnicate"], 2, r"frobnicate")
@@ -410,7 +491,7 @@ def group_data(tool, data, gen):
 
 
 GROUPS = {"samples": group_samples, "outputs": group_outputs, "errors": group_errors, "usage": group_usage,
-          "data": group_data}
+          "data": group_data, "ellipse": group_ellipse}
 
 
 def main():

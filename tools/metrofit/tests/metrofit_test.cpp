@@ -782,3 +782,90 @@ TEST(MetrofitApp, UncertaintiesAndIterationsReported) {
     EXPECT_EQ(r.err, "metrofit: error: --radius is not available for line2 with method geom; a fixed radius is "
                      "offered for circle, sphere, cylinder (method geom)\n");
 }
+
+TEST(MetrofitFit, EllipseBothMethodsMatchTheLibrary) {
+    EXPECT_EQ(shapeInfo(Shape::ellipse).methods.front().method, Method::geom);
+    Method m = Method::geom;
+    ASSERT_TRUE(methodFromName("lm", m));
+    EXPECT_EQ(m, Method::lm);
+
+    // A 250-degree arc of a rotated ellipse far out, with a wavy form error:
+    // the adapter (fitting on data scaled by 2^e) agrees with the library
+    // called on the points as read, parameters, uncertainties and measures.
+    const math::Cellipse2<double> truth({-2000.25, 730.5}, 9.0, 4.0, 1.1);
+    std::vector<double> xy;
+    std::vector<math::Cpoint2<double>> lib;
+    for (int k = 0; k < 45; ++k) {
+        const math::Cpoint2<double> q = truth.pointAt(-0.4 + 4.36 * k / 44.0);
+        const math::Cpoint2<double> c = q - truth.center();
+        lib.push_back(q + c * (0.002 * std::sin(4.1 * k)));
+        xy.insert(xy.end(), {lib.back().x, lib.back().y});
+    }
+    const PointSet pts = make(2, xy);
+    for (Method method : {Method::geom, Method::lm}) {
+        SCOPED_TRACE(methodName(method));
+        const FitResult r = runFit(Shape::ellipse, method, pts);
+        math::Cellipse2<double> ref;
+        math::CqEllipseGeomStdAbw<double> rec;
+        if (method == Method::lm) {
+            math::approximate<double>::fitEllipseGeomLM(lib, ref, rec);
+            EXPECT_EQ(r.function, "approximate<double>::fitEllipseGeomLM");
+        } else {
+            math::approximate<double>::fitEllipseGeom(lib, ref, rec);
+            EXPECT_EQ(r.function, "approximate<double>::fitEllipseGeom");
+        }
+        ASSERT_TRUE(ref.isValid());
+        EXPECT_TRUE(r.iterations.reported && r.iterations.converged);
+        const std::vector<Parameter> ps = parameters(r);
+        ASSERT_EQ(ps.size(), 4u);
+        const double want[5] = {ref.center().x, ref.center().y, ref.a(), ref.b(), ref.angle()};
+        const double wantU[5] = {rec.uCenterX, rec.uCenterY, rec.uA, rec.uB, rec.uAngle};
+        const char* keys[4] = {"center", "a", "b", "angle"};
+        for (int i = 0, k = 0; i < 4; ++i) {
+            EXPECT_EQ(ps[i].key, keys[i]);
+            ASSERT_EQ(ps[i].uncertainties.size(), ps[i].values.size());
+            for (std::size_t j = 0; j < ps[i].values.size(); ++j, ++k) {
+                EXPECT_NEAR(ps[i].values[j], want[k], 1e-10 * 9.0) << keys[i];
+                EXPECT_NEAR(ps[i].uncertainties[j], wantU[k], 1e-6 * wantU[k]) << keys[i];
+                EXPECT_GT(wantU[k], 1e-5) << keys[i];
+            }
+        }
+        EXPECT_NEAR(ps[1].values[0], 9.0, 0.01);
+        EXPECT_NEAR(ps[3].values[0], 1.1, 1e-3);
+        ASSERT_EQ(r.measures.size(), 3u);
+        EXPECT_NEAR(r.measures[0].value, rec.sumSqDist, 1e-6 * rec.sumSqDist);
+        EXPECT_NEAR(r.measures[1].value, rec.stdAbw, 1e-6 * rec.stdAbw);
+        EXPECT_NEAR(r.measures[2].value, math::approximate<double>::StdAbwEllipse(lib, ref), 1e-6 * rec.stdAbw);
+        // Residuals: the library's signed orthogonal distances.
+        const math::Cellipse2<double> fitted = std::get<math::Cellipse2<double>>(r.primitive);
+        for (std::size_t i = 0; i < lib.size(); ++i)
+            EXPECT_NEAR(r.residuals[i], math::geometric<double>::distance(fitted, lib[i]), 1e-12) << i;
+        EXPECT_GT(r.stats.max, 0.0);
+        EXPECT_LT(r.stats.min, 0.0);
+    }
+
+    // Float: the same ellipse to float's digits.
+    const FitResult f = runFit(Shape::ellipse, Method::geom, pts, true);
+    EXPECT_EQ(f.function, "approximate<float>::fitEllipseGeom");
+    EXPECT_NEAR(P(f, "a")[0], 9.0, 0.02);
+
+    EXPECT_EQ(fitError(Shape::ellipse, Method::lm, make(2, {0, 0, 1, 1, 2, 2, 3, 3, 5, 5, 7, 7})),
+              "m.txt: degenerate point configuration: the points are collinear, an ellipse is not determined");
+    EXPECT_EQ(fitError(Shape::ellipse, Method::geom, make(2, {0, 0, 1, 0, 0, 1, 1, 1})),
+              "m.txt: the ellipse fit needs at least 5 points, found 4");
+
+    // The command line: --radius refused, lm offered only here.
+    RunResult rr = runTool({"ellipse", "-", "--radius", "3"}, "0,0\n");
+    EXPECT_EQ(rr.rc, 2);
+    EXPECT_EQ(rr.err, "metrofit: error: --radius is not available for ellipse with method geom; a fixed radius is "
+                      "offered for circle, sphere, cylinder (method geom)\n");
+    rr = runTool({"circle", "-", "-m", "lm"}, "0,0\n");
+    EXPECT_EQ(rr.rc, 2);
+    EXPECT_EQ(rr.err, "metrofit: error: method 'lm' is not available for circle; available: geom, lsq\n");
+
+    // The drawing: the ellipse as one closed polyline, one whisker per point.
+    std::ostringstream svg;
+    writeSvg(svg, pts, runFit(Shape::ellipse, Method::geom, pts), SvgOptions());
+    EXPECT_EQ(count(svg.str(), "<polyline "), 1u);
+    EXPECT_EQ(count(svg.str(), "<line "), pts.size());
+}
