@@ -854,6 +854,14 @@ TEST(MetrofitFit, EllipseBothMethodsMatchTheLibrary) {
     EXPECT_EQ(fitError(Shape::ellipse, Method::geom, make(2, {0, 0, 1, 0, 0, 1, 1, 1})),
               "m.txt: the ellipse fit needs at least 5 points, found 4");
 
+    // An exact circle: a == b, every uncertainty undetermined (NaN, "n/a").
+    std::vector<double> cxy;
+    for (int k = 0; k < 12; ++k) cxy.insert(cxy.end(), {3 + 2 * std::cos(k * 0.5236), 1 + 2 * std::sin(k * 0.5236)});
+    const FitResult circ = runFit(Shape::ellipse, Method::lm, make(2, cxy));
+    EXPECT_NEAR(P(circ, "a")[0], P(circ, "b")[0], 1e-12);
+    for (Parameter const& p : parameters(circ))
+        for (double u : p.uncertainties) EXPECT_TRUE(std::isnan(u)) << p.key;
+
     // The command line: --radius refused, lm offered only here.
     RunResult rr = runTool({"ellipse", "-", "--radius", "3"}, "0,0\n");
     EXPECT_EQ(rr.rc, 2);
