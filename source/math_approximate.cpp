@@ -54,7 +54,7 @@ using CircleMoments = approx_detail::Sums<double, cCount>;
 
 // Means of the coordinates in double (first pass of the circle fits).
 template <class T>
-void meansDouble(std::vector<Cpoint2<T>> const& pts, double& mx, double& my) {
+void meansDouble(CpointSpan<Cpoint2<T>> pts, double& mx, double& my) {
     const auto s = blockedSums<double, 2>(pts, [](auto* a, auto x, auto y) {
         a[0] += x;
         a[1] += y;
@@ -66,7 +66,7 @@ void meansDouble(std::vector<Cpoint2<T>> const& pts, double& mx, double& my) {
 
 // Second pass of the circle fits: the moments of u = x - mx, v = y - my.
 template <class T>
-CircleMoments circleMoments(std::vector<Cpoint2<T>> const& pts, double mx, double my) {
+CircleMoments circleMoments(CpointSpan<Cpoint2<T>> pts, double mx, double my) {
     return blockedSums<double, cCount>(pts, [mx, my](auto* a, auto x, auto y) {
         const auto u = x - mx;
         const auto v = y - my;
@@ -143,7 +143,7 @@ enum {
 // ---------------------------------------------------------------------------
 
 template <class T>
-double approximate<T>::fitLineLsq(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line) {
+double approximate<T>::fitLineLsq(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line) {
     const std::size_t n = pts.size();
     if (n < 2) {
         setNaNLine(line);
@@ -186,13 +186,13 @@ double approximate<T>::fitLineLsq(std::vector<Cpoint2<T>> const& pts, Cline2<T>&
 }
 
 template <class T>
-void approximate<T>::fitLineLsqN(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line,
+void approximate<T>::fitLineLsqN(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line,
                                  CqLineLsqNStdAbw<T>& rec) {
     rec.meanSqDist = static_cast<T>(fitLineLsq(pts, line));
 }
 
 template <class T>
-void approximate<T>::fitLineLsqN(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line) {
+void approximate<T>::fitLineLsqN(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line) {
     CqLineLsqNStdAbw<T> rec;
     fitLineLsqN(pts, line, rec);
 }
@@ -202,7 +202,7 @@ void approximate<T>::fitLineLsqN(std::vector<Cpoint2<T>> const& pts, Cline2<T>& 
 // ---------------------------------------------------------------------------
 
 template <class T>
-void approximate<T>::fitCircleLsq(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle) {
+void approximate<T>::fitCircleLsq(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle) {
     if (pts.size() < 4) {
         setNaNCircle(circle);
         return;
@@ -214,7 +214,7 @@ void approximate<T>::fitCircleLsq(std::vector<Cpoint2<T>> const& pts, Ccircle2<T
 }
 
 template <class T>
-void approximate<T>::fitCircleLsq(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle,
+void approximate<T>::fitCircleLsq(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle,
                                   CqCircleLsqStdAbw<T>& rec) {
     fitCircleLsq(pts, circle);
     // Fewer than 4 points leave a NaN centre, so the deviation is NaN as well.
@@ -222,7 +222,7 @@ void approximate<T>::fitCircleLsq(std::vector<Cpoint2<T>> const& pts, Ccircle2<T
 }
 
 template <class T>
-void approximate<T>::fitCircleLsqBeta(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle) {
+void approximate<T>::fitCircleLsqBeta(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle) {
     const std::size_t n = pts.size();
     if (n < 4) {
         setNaNCircle(circle);
@@ -289,7 +289,7 @@ void approximate<T>::fitCircleLsqBeta(std::vector<Cpoint2<T>> const& pts, Ccircl
 // ---------------------------------------------------------------------------
 
 template <class T>
-void approximate<T>::fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere) {
+void approximate<T>::fitSphereLsq(CpointSpan<Cpoint3<T>> pts, Csphere3<T>& sphere) {
     // No input check: an empty or too small set goes to the solver as it is.
     const auto S = blockedSums<double, sCount>(pts, [](auto* a, auto x, auto y, auto z) {
         const auto x2 = x * x;
@@ -363,7 +363,7 @@ void approximate<T>::fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T
 }
 
 template <class T>
-void approximate<T>::fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere,
+void approximate<T>::fitSphereLsq(CpointSpan<Cpoint3<T>> pts, Csphere3<T>& sphere,
                                   CqSphereLsqStdAbw<T>& rec) {
     fitSphereLsq(pts, sphere);
     rec.stdAbw = StdAbwSphere(pts, sphere);
@@ -374,7 +374,7 @@ void approximate<T>::fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T
 // ---------------------------------------------------------------------------
 
 template <class T>
-T approximate<T>::StdAbwLine2(std::vector<Cpoint2<T>> const& pts, Cline2<T> const& line) {
+T approximate<T>::StdAbwLine2(CpointSpan<Cpoint2<T>> pts, Cline2<T> const& line) {
     // Unit normal: the direction turned by +90 degrees, normalised.
     const Cdirec2<T> nrm(Cpoint2<T>(-line.direction().y, line.direction().x));
     const T nx = nrm.x, ny = nrm.y;
@@ -388,7 +388,7 @@ T approximate<T>::StdAbwLine2(std::vector<Cpoint2<T>> const& pts, Cline2<T> cons
 }
 
 template <class T>
-T approximate<T>::StdAbwCircle2(std::vector<Cpoint2<T>> const& pts, Ccircle2<T> const& circle) {
+T approximate<T>::StdAbwCircle2(CpointSpan<Cpoint2<T>> pts, Ccircle2<T> const& circle) {
     const T cx = circle.center().x, cy = circle.center().y;
     const auto s = blockedSums<T, 2>(pts, [=](auto* a, auto x, auto y) {
         const auto dx = cx - x;
@@ -401,7 +401,7 @@ T approximate<T>::StdAbwCircle2(std::vector<Cpoint2<T>> const& pts, Ccircle2<T> 
 }
 
 template <class T>
-T approximate<T>::StdAbwSphere(std::vector<Cpoint3<T>> const& pts, Csphere3<T> const& sphere) {
+T approximate<T>::StdAbwSphere(CpointSpan<Cpoint3<T>> pts, Csphere3<T> const& sphere) {
     const T cx = sphere.center().x, cy = sphere.center().y, cz = sphere.center().z;
     const auto s = blockedSums<T, 2>(pts, [=](auto* a, auto x, auto y, auto z) {
         const auto dx = x - cx;

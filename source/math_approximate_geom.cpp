@@ -34,7 +34,7 @@ using approx_detail::setNaNPlane;
 enum { rX, rY, rZ, rXX, rYY, rZZ, rXY, rXZ, rYZ, rCount };
 
 template <class S, class T>
-approx_detail::Sums<S, rCount> rawSums3(std::vector<Cpoint3<T>> const& pts) {
+approx_detail::Sums<S, rCount> rawSums3(CpointSpan<Cpoint3<T>> pts) {
     return blockedSums<S, rCount>(pts, [](auto* a, auto x, auto y, auto z) {
         a[rX] += x;
         a[rY] += y;
@@ -67,7 +67,7 @@ T spread(T value, T nm1) {
 // ---------------------------------------------------------------------------
 
 template <class T>
-void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line) {
+void approximate<T>::fitLineGeom(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line) {
     const std::size_t count = pts.size();
     if (fewPoints<2>(pts, line)) return;
 
@@ -110,7 +110,7 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& 
 }
 
 template <class T>
-void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line,
+void approximate<T>::fitLineGeom(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line,
                                  CqLineGeom2DStdAbw<T>& rec) {
     const std::size_t count = pts.size();
     if (fewPoints<2>(pts, line, &rec)) return;
@@ -164,7 +164,7 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& 
 // ---------------------------------------------------------------------------
 
 template <class T>
-void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line) {
+void approximate<T>::fitLineGeom(CpointSpan<Cpoint3<T>> pts, Cline3<T>& line) {
     const std::size_t count = pts.size();
     if (fewPoints<2>(pts, line)) return;
 
@@ -215,7 +215,7 @@ void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& 
 }
 
 template <class T>
-void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line,
+void approximate<T>::fitLineGeom(CpointSpan<Cpoint3<T>> pts, Cline3<T>& line,
                                  CqLineGeom3DStdAbw<T>& rec) {
     const std::size_t count = pts.size();
     if (fewPoints<2>(pts, line, &rec)) return;
@@ -260,7 +260,7 @@ namespace {
 // The plane fit shared by both forms of fitPlaneGeom: fills the plane and,
 // when rec is given, the spreads.
 template <class T>
-void planeGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane, CqPlaneGeomStdAbw<T>* rec) {
+void planeGeom(CpointSpan<Cpoint3<T>> pts, Cplane3<T>& plane, CqPlaneGeomStdAbw<T>* rec) {
     const std::size_t count = pts.size();
     if (fewPoints<3>(pts, plane, rec)) return;
 
@@ -300,18 +300,18 @@ void planeGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane, CqPlaneGeo
 }  // namespace
 
 template <class T>
-void approximate<T>::fitPlaneGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane) {
+void approximate<T>::fitPlaneGeom(CpointSpan<Cpoint3<T>> pts, Cplane3<T>& plane) {
     planeGeom<T>(pts, plane, nullptr);
 }
 
 template <class T>
-void approximate<T>::fitPlaneGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane,
+void approximate<T>::fitPlaneGeom(CpointSpan<Cpoint3<T>> pts, Cplane3<T>& plane,
                                   CqPlaneGeomStdAbw<T>& rec) {
     planeGeom<T>(pts, plane, &rec);
 }
 
 template <class T>
-void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane,
+void approximate<T>::fitPlaneGeomFast(CpointSpan<Cpoint3<T>> pts, Cplane3<T>& plane,
                                       CqPlaneGeomFast<T> const& prm) {
     const std::size_t count = pts.size();
     if (fewPoints<3>(pts, plane)) return;
@@ -365,16 +365,16 @@ void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane
 // Explicit instantiation of the members defined in this file (the class itself
 // is instantiated with the closed-form fits).
 #define METROMATH_APPROX_GEOM_INSTANTIATE(T)                                                           \
-    template void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const&, Cline2<T>&);             \
-    template void approximate<T>::fitLineGeom(std::vector<Cpoint2<T>> const&, Cline2<T>&,              \
+    template void approximate<T>::fitLineGeom(CpointSpan<Cpoint2<T>>, Cline2<T>&);             \
+    template void approximate<T>::fitLineGeom(CpointSpan<Cpoint2<T>>, Cline2<T>&,              \
                                               CqLineGeom2DStdAbw<T>&);                                 \
-    template void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const&, Cline3<T>&);             \
-    template void approximate<T>::fitLineGeom(std::vector<Cpoint3<T>> const&, Cline3<T>&,              \
+    template void approximate<T>::fitLineGeom(CpointSpan<Cpoint3<T>>, Cline3<T>&);             \
+    template void approximate<T>::fitLineGeom(CpointSpan<Cpoint3<T>>, Cline3<T>&,              \
                                               CqLineGeom3DStdAbw<T>&);                                 \
-    template void approximate<T>::fitPlaneGeom(std::vector<Cpoint3<T>> const&, Cplane3<T>&);           \
-    template void approximate<T>::fitPlaneGeom(std::vector<Cpoint3<T>> const&, Cplane3<T>&,            \
+    template void approximate<T>::fitPlaneGeom(CpointSpan<Cpoint3<T>>, Cplane3<T>&);           \
+    template void approximate<T>::fitPlaneGeom(CpointSpan<Cpoint3<T>>, Cplane3<T>&,            \
                                                CqPlaneGeomStdAbw<T>&);                                 \
-    template void approximate<T>::fitPlaneGeomFast(std::vector<Cpoint3<T>> const&, Cplane3<T>&,        \
+    template void approximate<T>::fitPlaneGeomFast(CpointSpan<Cpoint3<T>>, Cplane3<T>&,        \
                                                    CqPlaneGeomFast<T> const&);
 
 METROMATH_APPROX_GEOM_INSTANTIATE(float)

@@ -61,15 +61,15 @@ void setNaNPlane(Cplane3<T>& plane) {
 
 // The shape through exactly as many points as determine it.
 template <class T>
-void setThrough(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line) {
+void setThrough(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line) {
     line = Cline2<T>(pts[0], pts[1]);
 }
 template <class T>
-void setThrough(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line) {
+void setThrough(CpointSpan<Cpoint3<T>> pts, Cline3<T>& line) {
     line = Cline3<T>(pts[0], pts[1]);
 }
 template <class T>
-void setThrough(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane) {
+void setThrough(CpointSpan<Cpoint3<T>> pts, Cplane3<T>& plane) {
     plane = Cplane3<T>(pts[0], pts[1], pts[2]);
 }
 template <class T>
@@ -106,7 +106,7 @@ inline void setNaN(NoRecord&) {}
 // through them, and either way the record (if rec is not null) is invalid
 // and the fit is done: true.  More points: false, nothing written.
 template <std::size_t K, class P, class Shape, class Rec = NoRecord>
-bool fewPoints(std::vector<P> const& pts, Shape& shape, Rec* rec = nullptr) {
+bool fewPoints(CpointSpan<P> pts, Shape& shape, Rec* rec = nullptr) {
     if (pts.size() > K) return false;
     if (pts.size() < K)
         setNaNShape(shape);
@@ -259,7 +259,7 @@ Sums<S, N> blockedSums(Pt const* p, std::size_t n, Add add) {
 }
 
 template <class S, std::size_t N, class Pt, class Add>
-Sums<S, N> blockedSums(std::vector<Pt> const& pts, Add add) {
+Sums<S, N> blockedSums(CpointSpan<Pt> pts, Add add) {
     return blockedSums<S, N>(pts.data(), pts.size(), add);
 }
 

@@ -27,11 +27,11 @@ struct Circle3Model {
         double c[3], w[3], u[3], v[3];
         double r;
     };
-    std::vector<Pt> const& pts;
+    CpointSpan<Pt> pts;
     Frame<3, Pt> const& fr;
     State state;
 
-    Circle3Model(std::vector<Pt> const& p, Frame<3, Pt> const& f) : pts(p), fr(f), state() {}
+    Circle3Model(CpointSpan<Pt> p, Frame<3, Pt> const& f) : pts(p), fr(f), state() {}
 
     bool evaluate(State const& s, Normal<P>& ne) const {
         if (!(s.r >= 0.0)) return false;
@@ -78,7 +78,7 @@ void setInvalid(Ccircle3<T>& c) {
 // Start: plane through the centroid across the smallest axis of the scatter,
 // Taubin's circle of the points projected onto it.
 template <class Pt, class State>
-bool startCircle3(std::vector<Pt> const& pts, Frame<3, Pt> const& fr, State& s) {
+bool startCircle3(CpointSpan<Pt> pts, Frame<3, Pt> const& fr, State& s) {
     const std::size_t n = pts.size();
     double ev[3], V[3][3];
     symEigen3(fr.S, ev, V);
@@ -101,7 +101,7 @@ bool startCircle3(std::vector<Pt> const& pts, Frame<3, Pt> const& fr, State& s) 
 }
 
 template <class T>
-void fitCircle3(std::vector<Cpoint3<T>> const& pts, double fixR, Ccircle3<T>& out, CqCircle3GeomStdAbw<T>& rec,
+void fitCircle3(CpointSpan<Cpoint3<T>> pts, double fixR, Ccircle3<T>& out, CqCircle3GeomStdAbw<T>& rec,
                 CqGeomFitPrm<T> const& prm) {
     using Pt = Cpoint3<T>;
     rec = CqCircle3GeomStdAbw<T>();
@@ -173,33 +173,33 @@ void fitCircle3(std::vector<Cpoint3<T>> const& pts, double fixR, Ccircle3<T>& ou
 }  // namespace
 
 template <class T>
-void approximate<T>::fitCircleGeom(std::vector<Cpoint3<T>> const& pts, Ccircle3<T>& circle,
+void approximate<T>::fitCircleGeom(CpointSpan<Cpoint3<T>> pts, Ccircle3<T>& circle,
                                    CqCircle3GeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     fitCircle3(pts, -1.0, circle, rec, prm);
 }
 template <class T>
-void approximate<T>::fitCircleGeom(std::vector<Cpoint3<T>> const& pts, Ccircle3<T>& circle) {
+void approximate<T>::fitCircleGeom(CpointSpan<Cpoint3<T>> pts, Ccircle3<T>& circle) {
     CqCircle3GeomStdAbw<T> rec;
     fitCircle3(pts, -1.0, circle, rec, CqGeomFitPrm<T>());
 }
 template <class T>
-void approximate<T>::fitCircleGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Ccircle3<T>& circle,
+void approximate<T>::fitCircleGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Ccircle3<T>& circle,
                                        CqCircle3GeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     const double r = static_cast<double>(radius);
     fitCircle3(pts, r > 0.0 ? r : 0.0, circle, rec, prm);
 }
 template <class T>
-void approximate<T>::fitCircleGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Ccircle3<T>& circle) {
+void approximate<T>::fitCircleGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Ccircle3<T>& circle) {
     CqCircle3GeomStdAbw<T> rec;
     fitCircleGeomRfix(pts, radius, circle, rec, CqGeomFitPrm<T>());
 }
 
 #define METROMATH_FIT_CIRCLE3_INSTANTIATE(T)                                                               \
-    template void approximate<T>::fitCircleGeom(std::vector<Cpoint3<T>> const&, Ccircle3<T>&);             \
-    template void approximate<T>::fitCircleGeom(std::vector<Cpoint3<T>> const&, Ccircle3<T>&,              \
+    template void approximate<T>::fitCircleGeom(CpointSpan<Cpoint3<T>>, Ccircle3<T>&);             \
+    template void approximate<T>::fitCircleGeom(CpointSpan<Cpoint3<T>>, Ccircle3<T>&,              \
                                                 CqCircle3GeomStdAbw<T>&, CqGeomFitPrm<T> const&);          \
-    template void approximate<T>::fitCircleGeomRfix(std::vector<Cpoint3<T>> const&, T, Ccircle3<T>&);      \
-    template void approximate<T>::fitCircleGeomRfix(std::vector<Cpoint3<T>> const&, T, Ccircle3<T>&,       \
+    template void approximate<T>::fitCircleGeomRfix(CpointSpan<Cpoint3<T>>, T, Ccircle3<T>&);      \
+    template void approximate<T>::fitCircleGeomRfix(CpointSpan<Cpoint3<T>>, T, Ccircle3<T>&,       \
                                                     CqCircle3GeomStdAbw<T>&, CqGeomFitPrm<T> const&);
 
 METROMATH_FIT_CIRCLE3_INSTANTIATE(float)

@@ -22,11 +22,11 @@ struct BallModel {
         double c[D];
         double r;
     };
-    std::vector<Pt> const& pts;
+    CpointSpan<Pt> pts;
     Frame<D, Pt> const& fr;
     State state;
 
-    BallModel(std::vector<Pt> const& p, Frame<D, Pt> const& f) : pts(p), fr(f), state() {}
+    BallModel(CpointSpan<Pt> p, Frame<D, Pt> const& f) : pts(p), fr(f), state() {}
 
     bool evaluate(State const& s, Normal<P>& ne) const {
         if (!(s.r >= 0.0)) return false;
@@ -66,7 +66,7 @@ struct BallModel {
 // Start on the normalised points: Taubin's circle, or the Kasa sphere
 // (x^2 + y^2 + z^2 = 2 c.q + k) solved by Cholesky; false when degenerate.
 template <class T>
-bool startBall(std::vector<Cpoint2<T>> const& pts, Frame<2, Cpoint2<T>> const& fr, double* c, double& r) {
+bool startBall(CpointSpan<Cpoint2<T>> pts, Frame<2, Cpoint2<T>> const& fr, double* c, double& r) {
     Moments2 M{};
     const std::size_t n = pts.size();
     for (std::size_t i = 0; i < n; ++i) {
@@ -94,7 +94,7 @@ bool startBall(std::vector<Cpoint2<T>> const& pts, Frame<2, Cpoint2<T>> const& f
 }
 
 template <class T>
-bool startBall(std::vector<Cpoint3<T>> const& pts, Frame<3, Cpoint3<T>> const& fr, double* c, double& r) {
+bool startBall(CpointSpan<Cpoint3<T>> pts, Frame<3, Cpoint3<T>> const& fr, double* c, double& r) {
     Normal<4> ne;
     ne.clear();
     for (std::size_t i = 0; i < pts.size(); ++i) {
@@ -155,7 +155,7 @@ void fillUnc(CqSphereGeomStdAbw<T>& rec, const double* u) {
 // The whole fit: free (fixR < 0 means free) or with the radius fixR given in
 // the caller's units.  Rec and Prim are the record and primitive types.
 template <int D, class T, class Pt, class Prim, class Rec>
-void fitBall(std::vector<Pt> const& pts, double fixR, Prim& out, Rec& rec, CqGeomFitPrm<T> const& prm) {
+void fitBall(CpointSpan<Pt> pts, double fixR, Prim& out, Rec& rec, CqGeomFitPrm<T> const& prm) {
     rec = Rec();
     setInvalid(out);
     const bool fixed = fixR >= 0.0;
@@ -214,61 +214,61 @@ void fitBall(std::vector<Pt> const& pts, double fixR, Prim& out, Rec& rec, CqGeo
 }  // namespace
 
 template <class T>
-void approximate<T>::fitCircleGeom(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle,
+void approximate<T>::fitCircleGeom(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle,
                                    CqCircleGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     fitBall<2, T>(pts, -1.0, circle, rec, prm);
 }
 template <class T>
-void approximate<T>::fitCircleGeom(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle) {
+void approximate<T>::fitCircleGeom(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle) {
     CqCircleGeomStdAbw<T> rec;
     fitBall<2, T>(pts, -1.0, circle, rec, CqGeomFitPrm<T>());
 }
 template <class T>
-void approximate<T>::fitCircleGeomRfix(std::vector<Cpoint2<T>> const& pts, T radius, Ccircle2<T>& circle,
+void approximate<T>::fitCircleGeomRfix(CpointSpan<Cpoint2<T>> pts, T radius, Ccircle2<T>& circle,
                                        CqCircleGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     const double r = static_cast<double>(radius);
     fitBall<2, T>(pts, r > 0.0 ? r : 0.0, circle, rec, prm);
 }
 template <class T>
-void approximate<T>::fitCircleGeomRfix(std::vector<Cpoint2<T>> const& pts, T radius, Ccircle2<T>& circle) {
+void approximate<T>::fitCircleGeomRfix(CpointSpan<Cpoint2<T>> pts, T radius, Ccircle2<T>& circle) {
     CqCircleGeomStdAbw<T> rec;
     fitCircleGeomRfix(pts, radius, circle, rec, CqGeomFitPrm<T>());
 }
 template <class T>
-void approximate<T>::fitSphereGeom(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere,
+void approximate<T>::fitSphereGeom(CpointSpan<Cpoint3<T>> pts, Csphere3<T>& sphere,
                                    CqSphereGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     fitBall<3, T>(pts, -1.0, sphere, rec, prm);
 }
 template <class T>
-void approximate<T>::fitSphereGeom(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere) {
+void approximate<T>::fitSphereGeom(CpointSpan<Cpoint3<T>> pts, Csphere3<T>& sphere) {
     CqSphereGeomStdAbw<T> rec;
     fitBall<3, T>(pts, -1.0, sphere, rec, CqGeomFitPrm<T>());
 }
 template <class T>
-void approximate<T>::fitSphereGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Csphere3<T>& sphere,
+void approximate<T>::fitSphereGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Csphere3<T>& sphere,
                                        CqSphereGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     const double r = static_cast<double>(radius);
     fitBall<3, T>(pts, r > 0.0 ? r : 0.0, sphere, rec, prm);
 }
 template <class T>
-void approximate<T>::fitSphereGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Csphere3<T>& sphere) {
+void approximate<T>::fitSphereGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Csphere3<T>& sphere) {
     CqSphereGeomStdAbw<T> rec;
     fitSphereGeomRfix(pts, radius, sphere, rec, CqGeomFitPrm<T>());
 }
 
 // Explicit instantiation of the members defined in this file.
 #define METROMATH_FIT_BALL_INSTANTIATE(T)                                                                  \
-    template void approximate<T>::fitCircleGeom(std::vector<Cpoint2<T>> const&, Ccircle2<T>&);             \
-    template void approximate<T>::fitCircleGeom(std::vector<Cpoint2<T>> const&, Ccircle2<T>&,              \
+    template void approximate<T>::fitCircleGeom(CpointSpan<Cpoint2<T>>, Ccircle2<T>&);             \
+    template void approximate<T>::fitCircleGeom(CpointSpan<Cpoint2<T>>, Ccircle2<T>&,              \
                                                 CqCircleGeomStdAbw<T>&, CqGeomFitPrm<T> const&);           \
-    template void approximate<T>::fitCircleGeomRfix(std::vector<Cpoint2<T>> const&, T, Ccircle2<T>&);      \
-    template void approximate<T>::fitCircleGeomRfix(std::vector<Cpoint2<T>> const&, T, Ccircle2<T>&,       \
+    template void approximate<T>::fitCircleGeomRfix(CpointSpan<Cpoint2<T>>, T, Ccircle2<T>&);      \
+    template void approximate<T>::fitCircleGeomRfix(CpointSpan<Cpoint2<T>>, T, Ccircle2<T>&,       \
                                                     CqCircleGeomStdAbw<T>&, CqGeomFitPrm<T> const&);       \
-    template void approximate<T>::fitSphereGeom(std::vector<Cpoint3<T>> const&, Csphere3<T>&);             \
-    template void approximate<T>::fitSphereGeom(std::vector<Cpoint3<T>> const&, Csphere3<T>&,              \
+    template void approximate<T>::fitSphereGeom(CpointSpan<Cpoint3<T>>, Csphere3<T>&);             \
+    template void approximate<T>::fitSphereGeom(CpointSpan<Cpoint3<T>>, Csphere3<T>&,              \
                                                 CqSphereGeomStdAbw<T>&, CqGeomFitPrm<T> const&);           \
-    template void approximate<T>::fitSphereGeomRfix(std::vector<Cpoint3<T>> const&, T, Csphere3<T>&);      \
-    template void approximate<T>::fitSphereGeomRfix(std::vector<Cpoint3<T>> const&, T, Csphere3<T>&,       \
+    template void approximate<T>::fitSphereGeomRfix(CpointSpan<Cpoint3<T>>, T, Csphere3<T>&);      \
+    template void approximate<T>::fitSphereGeomRfix(CpointSpan<Cpoint3<T>>, T, Csphere3<T>&,       \
                                                     CqSphereGeomStdAbw<T>&, CqGeomFitPrm<T> const&);
 
 METROMATH_FIT_BALL_INSTANTIATE(float)

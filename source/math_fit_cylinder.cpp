@@ -30,11 +30,11 @@ struct CylModel {
         double p[3], w[3], u[3], v[3];
         double r;
     };
-    std::vector<Pt> const& pts;
+    CpointSpan<Pt> pts;
     Frame<3, Pt> const& fr;
     State state;
 
-    CylModel(std::vector<Pt> const& pp, Frame<3, Pt> const& f) : pts(pp), fr(f), state() {}
+    CylModel(CpointSpan<Pt> pp, Frame<3, Pt> const& f) : pts(pp), fr(f), state() {}
 
     bool evaluate(State const& s, Normal<P>& ne) const {
         if (!(s.r >= 0.0)) return false;
@@ -79,7 +79,7 @@ struct Moments4 {
     double m[5][5][5] = {};
 
     template <class Pt>
-    void set(std::vector<Pt> const& pts, Frame<3, Pt> const& fr) {
+    void set(CpointSpan<Pt> pts, Frame<3, Pt> const& fr) {
         for (std::size_t i = 0; i < pts.size(); ++i) {
             double q[3];
             fr.norm(pts[i], q);
@@ -188,7 +188,7 @@ double refineDir(Moments4 const& M, double* w, double err, double h) {
 // directions each, 259 in all) plus the principal axes of the scatter, the
 // best three refined.  False when every projection is degenerate.
 template <class Pt, class State>
-bool startCylinder(std::vector<Pt> const& pts, Frame<3, Pt> const& fr, State& s) {
+bool startCylinder(CpointSpan<Pt> pts, Frame<3, Pt> const& fr, State& s) {
     Moments4 M;
     M.set(pts, fr);
     double cand[3][4];  // direction, error of the three best
@@ -251,7 +251,7 @@ void setInvalid(Ccylinder3<T>& c) {
 
 // start == nullptr: automatic start.  fixR < 0: free radius.
 template <class T>
-void fitCylinder(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T> const* start, double fixR, Ccylinder3<T>& out,
+void fitCylinder(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T> const* start, double fixR, Ccylinder3<T>& out,
                  CqCylinderGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     using Pt = Cpoint3<T>;
     using Free = CylModel<false, Pt>;
@@ -361,41 +361,41 @@ void fitCylinder(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T> const* start,
 }  // namespace
 
 template <class T>
-void approximate<T>::fitCylinderGeom(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T>& cyl,
+void approximate<T>::fitCylinderGeom(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T>& cyl,
                                      CqCylinderGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     fitCylinder<T>(pts, nullptr, -1.0, cyl, rec, prm);
 }
 template <class T>
-void approximate<T>::fitCylinderGeom(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T>& cyl) {
+void approximate<T>::fitCylinderGeom(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T>& cyl) {
     CqCylinderGeomStdAbw<T> rec;
     fitCylinder<T>(pts, nullptr, -1.0, cyl, rec, CqGeomFitPrm<T>());
 }
 template <class T>
-void approximate<T>::fitCylinderGeom(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T> const& start,
+void approximate<T>::fitCylinderGeom(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T> const& start,
                                      Ccylinder3<T>& cyl, CqCylinderGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     const Ccylinder3<T> s = start;  // start and cyl may be the same object
     fitCylinder<T>(pts, &s, -1.0, cyl, rec, prm);
 }
 template <class T>
-void approximate<T>::fitCylinderGeom(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T> const& start,
+void approximate<T>::fitCylinderGeom(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T> const& start,
                                      Ccylinder3<T>& cyl) {
     CqCylinderGeomStdAbw<T> rec;
     fitCylinderGeom(pts, start, cyl, rec, CqGeomFitPrm<T>());
 }
 template <class T>
-void approximate<T>::fitCylinderGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Ccylinder3<T>& cyl,
+void approximate<T>::fitCylinderGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Ccylinder3<T>& cyl,
                                          CqCylinderGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     const double r = static_cast<double>(radius);
     fitCylinder<T>(pts, nullptr, r > 0.0 ? r : 0.0, cyl, rec, prm);
 }
 template <class T>
-void approximate<T>::fitCylinderGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Ccylinder3<T>& cyl) {
+void approximate<T>::fitCylinderGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Ccylinder3<T>& cyl) {
     CqCylinderGeomStdAbw<T> rec;
     fitCylinderGeomRfix(pts, radius, cyl, rec, CqGeomFitPrm<T>());
 }
 
 template <class T>
-T approximate<T>::StdAbwCylinder(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T> const& cyl) {
+T approximate<T>::StdAbwCylinder(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T> const& cyl) {
     Cline3<T> const& ax = cyl.axis();
     if (!ax.isValid()) return quietNaN<T>();
     const Cpoint3<T> a = ax.point();
@@ -412,18 +412,18 @@ T approximate<T>::StdAbwCylinder(std::vector<Cpoint3<T>> const& pts, Ccylinder3<
 }
 
 #define METROMATH_FIT_CYLINDER_INSTANTIATE(T)                                                              \
-    template void approximate<T>::fitCylinderGeom(std::vector<Cpoint3<T>> const&, Ccylinder3<T>&);         \
-    template void approximate<T>::fitCylinderGeom(std::vector<Cpoint3<T>> const&, Ccylinder3<T>&,          \
+    template void approximate<T>::fitCylinderGeom(CpointSpan<Cpoint3<T>>, Ccylinder3<T>&);         \
+    template void approximate<T>::fitCylinderGeom(CpointSpan<Cpoint3<T>>, Ccylinder3<T>&,          \
                                                   CqCylinderGeomStdAbw<T>&, CqGeomFitPrm<T> const&);       \
-    template void approximate<T>::fitCylinderGeom(std::vector<Cpoint3<T>> const&, Ccylinder3<T> const&,    \
+    template void approximate<T>::fitCylinderGeom(CpointSpan<Cpoint3<T>>, Ccylinder3<T> const&,    \
                                                   Ccylinder3<T>&);                                         \
-    template void approximate<T>::fitCylinderGeom(std::vector<Cpoint3<T>> const&, Ccylinder3<T> const&,    \
+    template void approximate<T>::fitCylinderGeom(CpointSpan<Cpoint3<T>>, Ccylinder3<T> const&,    \
                                                   Ccylinder3<T>&, CqCylinderGeomStdAbw<T>&,                \
                                                   CqGeomFitPrm<T> const&);                                 \
-    template void approximate<T>::fitCylinderGeomRfix(std::vector<Cpoint3<T>> const&, T, Ccylinder3<T>&);  \
-    template void approximate<T>::fitCylinderGeomRfix(std::vector<Cpoint3<T>> const&, T, Ccylinder3<T>&,   \
+    template void approximate<T>::fitCylinderGeomRfix(CpointSpan<Cpoint3<T>>, T, Ccylinder3<T>&);  \
+    template void approximate<T>::fitCylinderGeomRfix(CpointSpan<Cpoint3<T>>, T, Ccylinder3<T>&,   \
                                                       CqCylinderGeomStdAbw<T>&, CqGeomFitPrm<T> const&);   \
-    template T approximate<T>::StdAbwCylinder(std::vector<Cpoint3<T>> const&, Ccylinder3<T> const&);
+    template T approximate<T>::StdAbwCylinder(CpointSpan<Cpoint3<T>>, Ccylinder3<T> const&);
 
 METROMATH_FIT_CYLINDER_INSTANTIATE(float)
 METROMATH_FIT_CYLINDER_INSTANTIATE(double)

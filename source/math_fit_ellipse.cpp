@@ -174,7 +174,7 @@ double footParameter(double a, double b, double u, double v) {
 }
 
 template <class T>
-bool normalise(std::vector<Cpoint2<T>> const& pts, double epsT, Normalised& d) {
+bool normalise(CpointSpan<Cpoint2<T>> pts, double epsT, Normalised& d) {
     const std::size_t n = pts.size();
     if (n < 5) return false;
     double sx = 0.0, sy = 0.0;
@@ -444,7 +444,7 @@ void writeResult(Normalised const& d, Par const& p, bool ok, std::uint32_t itera
 }  // namespace ellipse_detail
 
 #define METROMATH_FIT_ELLIPSE_INSTANTIATE(T)                                                            \
-    template bool ellipse_detail::normalise(std::vector<Cpoint2<T>> const&, double,                     \
+    template bool ellipse_detail::normalise(CpointSpan<Cpoint2<T>>, double,                     \
                                             ellipse_detail::Normalised&);                              \
     template void ellipse_detail::writeResult(ellipse_detail::Normalised const&, ellipse_detail::Par const&, \
                                               bool, std::uint32_t, Cellipse2<T>&, CqEllipseGeomStdAbw<T>*, \

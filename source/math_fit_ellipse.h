@@ -40,7 +40,7 @@ struct Final {
 // coordinate, coincident or collinear points.  epsT: machine epsilon of the
 // caller's coordinate type.
 template <class T>
-bool normalise(std::vector<Cpoint2<T>> const& pts, double epsT, Normalised& d);
+bool normalise(CpointSpan<Cpoint2<T>> pts, double epsT, Normalised& d);
 
 // Direct least-squares ellipse (Halir-Flusser); false when no ellipse results.
 bool directFit(Normalised const& d, Par& p);

@@ -17,7 +17,7 @@ namespace ellipse_detail {
 namespace {
 
 template <class T>
-void fitGN(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomStdAbw<T>* rec,
+void fitGN(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& el, CqEllipseGeomStdAbw<T>* rec,
            CqGeomFitPrm<T> const& prm) {
     Normalised d;
     Par p;
@@ -97,19 +97,19 @@ void fitGN(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
 }  // namespace ellipse_detail
 
 template <class T>
-void approximate<T>::fitEllipseGeom(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+void approximate<T>::fitEllipseGeom(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& ellipse,
                                     CqGeomFitPrm<T> const& prm) {
     ellipse_detail::fitGN<T>(pts, ellipse, nullptr, prm);
 }
 
 template <class T>
-void approximate<T>::fitEllipseGeom(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+void approximate<T>::fitEllipseGeom(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& ellipse,
                                     CqEllipseGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     ellipse_detail::fitGN<T>(pts, ellipse, &rec, prm);
 }
 
 template <class T>
-T approximate<T>::StdAbwEllipse(std::vector<Cpoint2<T>> const& pts, Cellipse2<T> const& ellipse) {
+T approximate<T>::StdAbwEllipse(CpointSpan<Cpoint2<T>> pts, Cellipse2<T> const& ellipse) {
     const std::size_t n = pts.size();
     if (n < 2 || !ellipse.isValid()) return quietNaN<T>();
     std::vector<T> dist;
@@ -123,11 +123,11 @@ T approximate<T>::StdAbwEllipse(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>
 }
 
 #define METROMATH_FIT_ELLIPSE_GN_INSTANTIATE(T)                                                        \
-    template void approximate<T>::fitEllipseGeom(std::vector<Cpoint2<T>> const&, Cellipse2<T>&,        \
+    template void approximate<T>::fitEllipseGeom(CpointSpan<Cpoint2<T>>, Cellipse2<T>&,        \
                                                  CqGeomFitPrm<T> const&);                              \
-    template void approximate<T>::fitEllipseGeom(std::vector<Cpoint2<T>> const&, Cellipse2<T>&,        \
+    template void approximate<T>::fitEllipseGeom(CpointSpan<Cpoint2<T>>, Cellipse2<T>&,        \
                                                  CqEllipseGeomStdAbw<T>&, CqGeomFitPrm<T> const&);     \
-    template T approximate<T>::StdAbwEllipse(std::vector<Cpoint2<T>> const&, Cellipse2<T> const&);
+    template T approximate<T>::StdAbwEllipse(CpointSpan<Cpoint2<T>>, Cellipse2<T> const&);
 
 METROMATH_FIT_ELLIPSE_GN_INSTANTIATE(float)
 METROMATH_FIT_ELLIPSE_GN_INSTANTIATE(double)

@@ -55,7 +55,7 @@ struct State {
 };
 
 template <class T>
-void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomStdAbw<T>* rec,
+void fitLM(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& el, CqEllipseGeomStdAbw<T>* rec,
            CqGeomFitPrm<T> const& prm) {
     Normalised d;
     State cur, trial;
@@ -201,21 +201,21 @@ void fitLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& el, CqEllipseGeomSt
 }  // namespace ellipse_detail
 
 template <class T>
-void approximate<T>::fitEllipseGeomLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+void approximate<T>::fitEllipseGeomLM(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& ellipse,
                                       CqGeomFitPrm<T> const& prm) {
     ellipse_detail::fitLM<T>(pts, ellipse, nullptr, prm);
 }
 
 template <class T>
-void approximate<T>::fitEllipseGeomLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+void approximate<T>::fitEllipseGeomLM(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& ellipse,
                                       CqEllipseGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm) {
     ellipse_detail::fitLM<T>(pts, ellipse, &rec, prm);
 }
 
 #define METROMATH_FIT_ELLIPSE_LM_INSTANTIATE(T)                                                        \
-    template void approximate<T>::fitEllipseGeomLM(std::vector<Cpoint2<T>> const&, Cellipse2<T>&,     \
+    template void approximate<T>::fitEllipseGeomLM(CpointSpan<Cpoint2<T>>, Cellipse2<T>&,     \
                                                    CqGeomFitPrm<T> const&);                            \
-    template void approximate<T>::fitEllipseGeomLM(std::vector<Cpoint2<T>> const&, Cellipse2<T>&,     \
+    template void approximate<T>::fitEllipseGeomLM(CpointSpan<Cpoint2<T>>, Cellipse2<T>&,     \
                                                    CqEllipseGeomStdAbw<T>&, CqGeomFitPrm<T> const&);
 
 METROMATH_FIT_ELLIPSE_LM_INSTANTIATE(float)

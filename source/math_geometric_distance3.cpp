@@ -17,7 +17,7 @@ T geometric<T>::distance(Cplane3<T> const& e, Cpoint3<T> const& p) {
 }
 
 template <class T>
-void geometric<T>::distance(Cplane3<T> const& e, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
+void geometric<T>::distance(Cplane3<T> const& e, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist) {
     kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return distance(e, p); });
 }
 
@@ -29,7 +29,7 @@ T geometric<T>::distance(Cline3<T> const& l, Cpoint3<T> const& p) {
 }
 
 template <class T>
-void geometric<T>::distance(Cline3<T> const& l, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
+void geometric<T>::distance(Cline3<T> const& l, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist) {
     kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return distance(l, p); });
 }
 
@@ -39,7 +39,7 @@ T geometric<T>::distance(Csphere3<T> const& s, Cpoint3<T> const& p) {
 }
 
 template <class T>
-void geometric<T>::distance(Csphere3<T> const& s, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
+void geometric<T>::distance(Csphere3<T> const& s, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist) {
     kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return distance(s, p); });
 }
 
@@ -49,13 +49,13 @@ T geometric<T>::distance(Ccylinder3<T> const& z, Cpoint3<T> const& p) {
 }
 
 template <class T>
-void geometric<T>::distance(Ccylinder3<T> const& z, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
+void geometric<T>::distance(Ccylinder3<T> const& z, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist) {
     if (ps.empty()) return;
     kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return distance(z, p); });
 }
 
 template <class T>
-void geometric<T>::distance(Cpoint3<T> const& q, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist) {
+void geometric<T>::distance(Cpoint3<T> const& q, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist) {
     if (ps.empty()) return;
     kernel::mapPoints(ps, dist, [&](Cpoint3<T> const& p) { return (p - q).length(); });
 }
@@ -97,15 +97,15 @@ bool geometric<T>::outlier(std::vector<Cpoint3<T>>& pts, std::vector<T> const& r
 
 #define METROMATH_GEOMETRIC_DISTANCE3(T)                                                                       \
     template T geometric<T>::distance(Cplane3<T> const&, Cpoint3<T> const&);                                   \
-    template void geometric<T>::distance(Cplane3<T> const&, std::vector<Cpoint3<T>> const&, std::vector<T>&);  \
+    template void geometric<T>::distance(Cplane3<T> const&, CpointSpan<Cpoint3<T>>, std::vector<T>&);  \
     template T geometric<T>::distance(Cline3<T> const&, Cpoint3<T> const&);                                    \
-    template void geometric<T>::distance(Cline3<T> const&, std::vector<Cpoint3<T>> const&, std::vector<T>&);   \
+    template void geometric<T>::distance(Cline3<T> const&, CpointSpan<Cpoint3<T>>, std::vector<T>&);   \
     template T geometric<T>::distance(Csphere3<T> const&, Cpoint3<T> const&);                                  \
-    template void geometric<T>::distance(Csphere3<T> const&, std::vector<Cpoint3<T>> const&, std::vector<T>&); \
+    template void geometric<T>::distance(Csphere3<T> const&, CpointSpan<Cpoint3<T>>, std::vector<T>&); \
     template T geometric<T>::distance(Ccylinder3<T> const&, Cpoint3<T> const&);                                \
-    template void geometric<T>::distance(Ccylinder3<T> const&, std::vector<Cpoint3<T>> const&,                 \
+    template void geometric<T>::distance(Ccylinder3<T> const&, CpointSpan<Cpoint3<T>>,                 \
                                          std::vector<T>&);                                                     \
-    template void geometric<T>::distance(Cpoint3<T> const&, std::vector<Cpoint3<T>> const&, std::vector<T>&);  \
+    template void geometric<T>::distance(Cpoint3<T> const&, CpointSpan<Cpoint3<T>>, std::vector<T>&);  \
     template void geometric<T>::project(Cline3<T> const&, Cpoint3<T>&);                                        \
     template bool geometric<T>::project(Cline3<T> const&, std::vector<Cpoint3<T>>&);                           \
     template void geometric<T>::project(Cplane3<T> const&, Cpoint3<T>&);                                       \

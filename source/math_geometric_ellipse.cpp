@@ -100,14 +100,14 @@ T geometric<T>::distance(Cellipse2<T> const& el, Cpoint2<T> const& p) {
 }
 
 template <class T>
-void geometric<T>::distance(Cellipse2<T> const& el, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist) {
+void geometric<T>::distance(Cellipse2<T> const& el, CpointSpan<Cpoint2<T>> ps, std::vector<T>& dist) {
     const double ca = std::cos(double(el.angle())), sa = std::sin(double(el.angle()));
     kernel::mapPoints(ps, dist, [&](Cpoint2<T> const& p) { return ellipseDistance(el, ca, sa, p); });
 }
 
 #define METROMATH_GEOMETRIC_ELLIPSE(T)                                        \
     template T geometric<T>::distance(Cellipse2<T> const&, Cpoint2<T> const&); \
-    template void geometric<T>::distance(Cellipse2<T> const&, std::vector<Cpoint2<T>> const&, std::vector<T>&);
+    template void geometric<T>::distance(Cellipse2<T> const&, CpointSpan<Cpoint2<T>>, std::vector<T>&);
 
 METROMATH_GEOMETRIC_ELLIPSE(float)
 METROMATH_GEOMETRIC_ELLIPSE(double)

@@ -37,7 +37,7 @@ T geometric<T>::distance(Cline2<T> const& l, Cpoint2<T> const& p) {
 }
 
 template <class T>
-void geometric<T>::distance(Cline2<T> const& l, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist) {
+void geometric<T>::distance(Cline2<T> const& l, CpointSpan<Cpoint2<T>> ps, std::vector<T>& dist) {
     kernel::mapPoints(ps, dist, [&](Cpoint2<T> const& p) { return distance(l, p); });
 }
 
@@ -71,7 +71,7 @@ bool geometric<T>::project(Cline2<T> const& l, std::vector<Cpoint2<T>>& ps) {
 #define METROMATH_GEOMETRIC_PLANAR(T)                                                                        \
     template bool geometric<T>::intersect(Cline2<T> const&, Cline2<T> const&, Cpoint2<T>&);                  \
     template T geometric<T>::distance(Cline2<T> const&, Cpoint2<T> const&);                                  \
-    template void geometric<T>::distance(Cline2<T> const&, std::vector<Cpoint2<T>> const&, std::vector<T>&); \
+    template void geometric<T>::distance(Cline2<T> const&, CpointSpan<Cpoint2<T>>, std::vector<T>&); \
     template T geometric<T>::distance(Cline2<T> const&, Cline2<T> const&);                                   \
     template void geometric<T>::project(Cline2<T> const&, Cpoint2<T>&);                                      \
     template bool geometric<T>::project(Cline2<T> const&, std::vector<Cpoint2<T>>&);

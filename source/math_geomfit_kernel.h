@@ -44,7 +44,7 @@ struct Frame {
     double invScale;  // 1 / scale
     double S[D][D];   // scatter of the normalised points, divided by n (trace 1)
 
-    bool set(std::vector<Pt> const& pts) {
+    bool set(CpointSpan<Pt> pts) {
         const std::size_t n = pts.size();
         double s[D] = {};
         for (std::size_t i = 0; i < n; ++i) {

@@ -14,8 +14,8 @@ namespace kernel {
 
 // out[i] = f(in[i]) for every element, out sized to in (the point-set forms
 // of the distance queries).
-template <class P, class T, class F>
-void mapPoints(std::vector<P> const& in, std::vector<T>& out, F const& f) {
+template <class Points, class T, class F>
+void mapPoints(Points const& in, std::vector<T>& out, F const& f) {
     out.clear();
     out.resize(in.size());
     for (std::size_t i = 0; i < in.size(); ++i) out[i] = f(in[i]);

@@ -3,6 +3,7 @@
 // solutions of the same algebraic models, direct long double evaluation of the
 // deviation formulas, and the true primitives of synthetic measurement data.
 #include <math/approximate.h>
+#include <math/geometric.h>
 
 #include "approximate_test_util.h"
 #include "../source/math_approximate_sums.h"
@@ -665,4 +666,49 @@ TEST(ApproxLsqBadInput, NonFinitePoints) {
         EXPECT_FALSE(std::isfinite(approximate<double>::StdAbwSphere(v3, Csphere3<double>(Cpoint3<double>(0, 0, 0), 1.0))));
         RecordProperty(bad == bad ? "inf_throws" : "nan_throws", thrown);
     }
+}
+
+// Coordinates stored elsewhere (an interleaved array, as numpy or a mapped
+// file hold them) are fitted in place through CpointSpan, with the same bits
+// as a fit of the same points in a vector.
+TEST(ApproximateSpan, InterleavedCoordinatesFitInPlace) {
+    std::mt19937_64 rng(41);
+    std::normal_distribution<double> g(0.0, 1.0);
+    std::vector<double> xy(2 * 500), xyz(3 * 500);
+    for (std::size_t i = 0; i < 500; ++i) {
+        const double a = 0.01 * double(i);
+        xy[2 * i] = 100 + 5 * std::cos(a) + 1e-3 * g(rng);
+        xy[2 * i + 1] = -50 + 5 * std::sin(a) + 1e-3 * g(rng);
+        xyz[3 * i] = xy[2 * i];
+        xyz[3 * i + 1] = xy[2 * i + 1];
+        xyz[3 * i + 2] = 0.5 * xy[2 * i] + 1e-3 * g(rng);
+    }
+    const CpointSpan<Cpoint2<double>> s2(reinterpret_cast<Cpoint2<double> const*>(xy.data()), 500);
+    const CpointSpan<Cpoint3<double>> s3(reinterpret_cast<Cpoint3<double> const*>(xyz.data()), 500);
+    ASSERT_EQ(&s2[7].y, &xy[15]);
+    ASSERT_EQ(&s3.back().z, &xyz.back());
+    const V2<double> v2(s2.begin(), s2.end());
+    const V3<double> v3(s3.begin(), s3.end());
+
+    Ccircle2<double> a, b, ga, gb;
+    approximate<double>::fitCircleLsq(s2, a);
+    approximate<double>::fitCircleLsq(v2, b);
+    approximate<double>::fitCircleGeom(s2, ga);
+    approximate<double>::fitCircleGeom(v2, gb);
+    EXPECT_EQ(a.center(), b.center());
+    EXPECT_EQ(a.radius(), b.radius());
+    EXPECT_EQ(ga.center(), gb.center());
+    EXPECT_NEAR(ga.radius(), 5.0, 1e-3);
+    EXPECT_EQ(approximate<double>::StdAbwCircle2(s2, ga), approximate<double>::StdAbwCircle2(v2, ga));
+    Cplane3<double> pa, pb;
+    approximate<double>::fitPlaneGeom(s3, pa);
+    approximate<double>::fitPlaneGeom(v3, pb);
+    EXPECT_EQ(pa.d(), pb.d());
+    std::vector<double> da, db;
+    geometric<double>::distance(pa, s3, da);
+    geometric<double>::distance(pa, v3, db);
+    EXPECT_EQ(da, db);
+    // An empty view is too few points, as an empty vector is.
+    approximate<double>::fitCircleLsq(CpointSpan<Cpoint2<double>>(), a);
+    EXPECT_TRUE(std::isnan(a.radius()));
 }

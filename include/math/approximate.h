@@ -8,8 +8,10 @@
 // result records they fill and the parameter record they read.
 //
 // Conventions shared by every member:
-//  - Points arrive as std::vector<Cpoint2<T>> or std::vector<Cpoint3<T>>;
-//    results go into a caller-supplied primitive (and record).
+//  - Points arrive as a CpointSpan<Cpoint2<T>> or CpointSpan<Cpoint3<T>>: a
+//    std::vector of points, a braced list, or (pointer, count) of points
+//    stored elsewhere, read in place and never copied as a whole; results go
+//    into a caller-supplied primitive (and record).
 //  - Too few points is not an error: the primitive receives quiet NaN (see
 //    each function) and every field of a record is quiet NaN.  Nothing here
 //    throws on its own; exceptions of the matrix, the solvers and the
@@ -315,12 +317,12 @@ public:
     // times larger than itself and loses relative accuracy in proportion.
     // The fit minimises algebraic, not orthogonal, distances; the line
     // differs from the orthogonal fit by a fraction of the noise.
-    static double fitLineLsq(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line);
+    static double fitLineLsq(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line);
     // The same fit; the mean squared distance goes into rec.meanSqDist.
-    static void fitLineLsqN(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line,
+    static void fitLineLsqN(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line,
                             CqLineLsqNStdAbw<T>& rec);
     // The same fit, deviation discarded.
-    static void fitLineLsqN(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line);
+    static void fitLineLsqN(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line);
 
     // Algebraic circle fit: A*(u^2 + v^2) + B*u + C*v = 1 on coordinates
     // u = x - mean x, v = y - mean y (the means and all moment sums in double
@@ -338,9 +340,9 @@ public:
     // centring and the double sums keep circles far from the origin harmless
     // for float and double; a short arc fixes the centre poorly along its
     // mid-normal, as it does for an orthogonal fit.
-    static void fitCircleLsq(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle);
+    static void fitCircleLsq(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle);
     // As above, then rec.stdAbw = StdAbwCircle2(pts, circle) (NaN for n <= 3).
-    static void fitCircleLsq(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle,
+    static void fitCircleLsq(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle,
                              CqCircleLsqStdAbw<T>& rec);
 
     // Algebraic circle fit with an additional eigen stage.  It forms the n x 3
@@ -357,7 +359,7 @@ public:
     // than 2^32 - 1 points do not fit the n x 3 matrix: CthrowMath
     // ERR_MATRIX_DIMS is thrown before anything is allocated (use
     // fitCircleLsq, which has no such limit).
-    static void fitCircleLsqBeta(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle);
+    static void fitCircleLsqBeta(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle);
 
     // Algebraic sphere fit: A*(x^2 + y^2 + z^2) + B*x + C*y + D*z = 1 on the raw,
     // uncentred coordinates (24 moment sums in double also for float; a 4x4
@@ -377,9 +379,9 @@ public:
     // sphere from the origin; in float the 4x4 system is solved in single
     // precision and loses them much sooner.  Move the points near the origin
     // first.
-    static void fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere);
+    static void fitSphereLsq(CpointSpan<Cpoint3<T>> pts, Csphere3<T>& sphere);
     // As above, then rec.stdAbw = StdAbwSphere(pts, sphere).
-    static void fitSphereLsq(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere,
+    static void fitSphereLsq(CpointSpan<Cpoint3<T>> pts, Csphere3<T>& sphere,
                              CqSphereLsqStdAbw<T>& rec);
 
     // -----------------------------------------------------------------------
@@ -422,11 +424,11 @@ public:
 
     // d = signed distance of a point from the line, along the line's direction
     // turned by +90 degrees (normalised; a zero direction gives NaN).
-    static T StdAbwLine2(std::vector<Cpoint2<T>> const& pts, Cline2<T> const& line);
+    static T StdAbwLine2(CpointSpan<Cpoint2<T>> pts, Cline2<T> const& line);
     // d = distance of a point from the circle's centre; the radius is not read.
-    static T StdAbwCircle2(std::vector<Cpoint2<T>> const& pts, Ccircle2<T> const& circle);
+    static T StdAbwCircle2(CpointSpan<Cpoint2<T>> pts, Ccircle2<T> const& circle);
     // d = distance of a point from the sphere's centre; the radius is not read.
-    static T StdAbwSphere(std::vector<Cpoint3<T>> const& pts, Csphere3<T> const& sphere);
+    static T StdAbwSphere(CpointSpan<Cpoint3<T>> pts, Csphere3<T> const& sphere);
 
     // -----------------------------------------------------------------------
     // Geometric ellipse fits: the ellipse (centre, semi-axes a >= b > 0, angle
@@ -488,14 +490,14 @@ public:
     // ellipses (b/a = 0.999, 10^4 points, noise 1e-3 a) converge to a valid
     // ellipse; the uncertainties match the spread over 300 noise seeds
     // within 20 %.
-    static void fitEllipseGeom(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+    static void fitEllipseGeom(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& ellipse,
                                CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
-    static void fitEllipseGeom(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+    static void fitEllipseGeom(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& ellipse,
                                CqEllipseGeomStdAbw<T>& rec,
                                CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
-    static void fitEllipseGeomLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+    static void fitEllipseGeomLM(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& ellipse,
                                  CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
-    static void fitEllipseGeomLM(std::vector<Cpoint2<T>> const& pts, Cellipse2<T>& ellipse,
+    static void fitEllipseGeomLM(CpointSpan<Cpoint2<T>> pts, Cellipse2<T>& ellipse,
                                  CqEllipseGeomStdAbw<T>& rec,
                                  CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
 
@@ -505,7 +507,7 @@ public:
     // double.  Fewer than 2 points or an invalid ellipse give NaN.  Unlike the
     // record's stdAbw (root of sum d^2 / (n - 5)) it does not see a constant
     // offset of all distances.
-    static T StdAbwEllipse(std::vector<Cpoint2<T>> const& pts, Cellipse2<T> const& ellipse);
+    static T StdAbwEllipse(CpointSpan<Cpoint2<T>> pts, Cellipse2<T> const& ellipse);
 
 
     // -----------------------------------------------------------------------
@@ -527,7 +529,7 @@ public:
     // float (sums in float) as in double.  The absolute 1e-8 test means that
     // sets of tiny extent (coordinates within about 1e-4 of each other) get
     // direction (0, 1).
-    static void fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line);
+    static void fitLineGeom(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line);
 
     // Planar line with spreads.  Point = centroid; the scatter matrix
     // [[Cxx, Cxy], [Cxy, Cyy]] from raw sums in T (Cxx = Sxx - Sx^2/n) is
@@ -546,7 +548,7 @@ public:
     // the line is found as by the closed form.  In float, points far out lose
     // the small eigenvalue (stdAbwOrth may be NaN) and most of the direction's
     // digits; centre float data near the origin first.
-    static void fitLineGeom(std::vector<Cpoint2<T>> const& pts, Cline2<T>& line,
+    static void fitLineGeom(CpointSpan<Cpoint2<T>> pts, Cline2<T>& line,
                             CqLineGeom2DStdAbw<T>& rec);
 
     // Spatial line from the inertia tensor.  Point = centroid (sums in T);
@@ -559,7 +561,7 @@ public:
     // Accuracy: the moments are centred and in double, so the direction keeps
     // its accuracy far from the origin for float input as well; in float the
     // position is limited by the centroid summed in float.
-    static void fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line);
+    static void fitLineGeom(CpointSpan<Cpoint3<T>> pts, Cline3<T>& line);
 
     // Spatial line with spreads.  Point = centroid; scatter matrix from raw
     // sums in double (one pass), decomposed by getEigenvalue; the direction is
@@ -569,7 +571,7 @@ public:
     //
     // Accuracy: raw sums in double: in double as good as the form without
     // record, spreads included; float input loses somewhat more.
-    static void fitLineGeom(std::vector<Cpoint3<T>> const& pts, Cline3<T>& line,
+    static void fitLineGeom(CpointSpan<Cpoint3<T>> pts, Cline3<T>& line,
                             CqLineGeom3DStdAbw<T>& rec);
 
     // Plane from the scatter matrix.  Raw sums in T, f = 1/n formed once,
@@ -585,8 +587,8 @@ public:
     // Accuracy: raw sums in T cancel when the cloud lies far from the origin:
     // harmless in double, costly in float; move float clouds to the origin
     // first.
-    static void fitPlaneGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane);
-    static void fitPlaneGeom(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane,
+    static void fitPlaneGeom(CpointSpan<Cpoint3<T>> pts, Cplane3<T>& plane);
+    static void fitPlaneGeom(CpointSpan<Cpoint3<T>> pts, Cplane3<T>& plane,
                              CqPlaneGeomStdAbw<T>& rec);
 
     // Plane by power iteration on the inertia tensor.  Raw sums in T, tensor
@@ -603,7 +605,7 @@ public:
     // (the result is then an in-plane direction).  Planes much longer than wide
     // converge slowly (see CqPlaneGeomFast).  Accuracy otherwise as for
     // fitPlaneGeom once converged.
-    static void fitPlaneGeomFast(std::vector<Cpoint3<T>> const& pts, Cplane3<T>& plane,
+    static void fitPlaneGeomFast(CpointSpan<Cpoint3<T>> pts, Cplane3<T>& plane,
                                  CqPlaneGeomFast<T> const& prm);
     // -----------------------------------------------------------------------
     // Geometric fits of circles, spheres and cylinders: least squares of the
@@ -656,8 +658,8 @@ public:
     // them).  Start: Taubin's algebraic fit (Newton on its characteristic
     // polynomial), which has small bias on short arcs.  At the optimum the
     // radius equals the mean distance of the points from the centre.
-    static void fitCircleGeom(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle);
-    static void fitCircleGeom(std::vector<Cpoint2<T>> const& pts, Ccircle2<T>& circle,
+    static void fitCircleGeom(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle);
+    static void fitCircleGeom(CpointSpan<Cpoint2<T>> pts, Ccircle2<T>& circle,
                               CqCircleGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
 
     // Circle in space: plane and circle fitted together by the 3D distances
@@ -665,15 +667,15 @@ public:
     // of the scatter's smallest axis, the planar fit of the points projected
     // onto it.  The plane's normal is oriented with its largest-magnitude
     // component positive; the plane passes through the centre.
-    static void fitCircleGeom(std::vector<Cpoint3<T>> const& pts, Ccircle3<T>& circle);
-    static void fitCircleGeom(std::vector<Cpoint3<T>> const& pts, Ccircle3<T>& circle,
+    static void fitCircleGeom(CpointSpan<Cpoint3<T>> pts, Ccircle3<T>& circle);
+    static void fitCircleGeom(CpointSpan<Cpoint3<T>> pts, Ccircle3<T>& circle,
                               CqCircle3GeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
 
     // Sphere; p = 4, at least 4 points.  Start: the algebraic (Kasa) sphere
     // on the centred, scaled points, exact on exact data.  Coplanar points
     // (the algebraic system singular to 1e-13 relative) are refused.
-    static void fitSphereGeom(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere);
-    static void fitSphereGeom(std::vector<Cpoint3<T>> const& pts, Csphere3<T>& sphere,
+    static void fitSphereGeom(CpointSpan<Cpoint3<T>> pts, Csphere3<T>& sphere);
+    static void fitSphereGeom(CpointSpan<Cpoint3<T>> pts, Csphere3<T>& sphere,
                               CqSphereGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
 
     // Cylinder with automatic start; p = 5, at least 5 points.  The start
@@ -689,17 +691,17 @@ public:
     // current axis and two shifts across it, re-centred every step; the axis
     // point returned is the point of the axis nearest the centroid, the
     // direction is oriented with its largest-magnitude component positive.
-    static void fitCylinderGeom(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T>& cyl);
-    static void fitCylinderGeom(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T>& cyl,
+    static void fitCylinderGeom(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T>& cyl);
+    static void fitCylinderGeom(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T>& cyl,
                                 CqCylinderGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
     // Cylinder from a caller's start (e.g. the nominal axis of a drawing):
     // the start's axis point and direction are used (the direction's sign is
     // kept in the result); the radius starts at the mean distance of the
     // points from the start axis, so start.radius() is not read.  An invalid
     // start axis is refused.
-    static void fitCylinderGeom(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T> const& start,
+    static void fitCylinderGeom(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T> const& start,
                                 Ccylinder3<T>& cyl);
-    static void fitCylinderGeom(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T> const& start,
+    static void fitCylinderGeom(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T> const& start,
                                 Ccylinder3<T>& cyl, CqCylinderGeomStdAbw<T>& rec,
                                 CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
 
@@ -712,23 +714,23 @@ public:
     // the points' concavity.  Input that the free fit refuses (e.g. collinear
     // points, whose side is undecidable) is refused.  The record's iterations
     // count the free fit's and the fixed fit's evaluations; uRadius = 0.
-    static void fitCircleGeomRfix(std::vector<Cpoint2<T>> const& pts, T radius, Ccircle2<T>& circle);
-    static void fitCircleGeomRfix(std::vector<Cpoint2<T>> const& pts, T radius, Ccircle2<T>& circle,
+    static void fitCircleGeomRfix(CpointSpan<Cpoint2<T>> pts, T radius, Ccircle2<T>& circle);
+    static void fitCircleGeomRfix(CpointSpan<Cpoint2<T>> pts, T radius, Ccircle2<T>& circle,
                                   CqCircleGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
-    static void fitCircleGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Ccircle3<T>& circle);
-    static void fitCircleGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Ccircle3<T>& circle,
+    static void fitCircleGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Ccircle3<T>& circle);
+    static void fitCircleGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Ccircle3<T>& circle,
                                   CqCircle3GeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
-    static void fitSphereGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Csphere3<T>& sphere);
-    static void fitSphereGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Csphere3<T>& sphere,
+    static void fitSphereGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Csphere3<T>& sphere);
+    static void fitSphereGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Csphere3<T>& sphere,
                                   CqSphereGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
-    static void fitCylinderGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Ccylinder3<T>& cyl);
-    static void fitCylinderGeomRfix(std::vector<Cpoint3<T>> const& pts, T radius, Ccylinder3<T>& cyl,
+    static void fitCylinderGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Ccylinder3<T>& cyl);
+    static void fitCylinderGeomRfix(CpointSpan<Cpoint3<T>> pts, T radius, Ccylinder3<T>& cyl,
                                     CqCylinderGeomStdAbw<T>& rec, CqGeomFitPrm<T> const& prm = CqGeomFitPrm<T>());
 
     // d = distance of a point from the cylinder's axis (the radius is not
     // read), spread about the mean as the other StdAbw measures (divisor
     // n - 1, sums in T); an invalid axis gives NaN.  Sphere: StdAbwSphere.
-    static T StdAbwCylinder(std::vector<Cpoint3<T>> const& pts, Ccylinder3<T> const& cyl);
+    static T StdAbwCylinder(CpointSpan<Cpoint3<T>> pts, Ccylinder3<T> const& cyl);
 };
 
 extern template class approximate<float>;

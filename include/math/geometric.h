@@ -64,7 +64,7 @@ public:
     // Signed distance (p - point) x direction = dx*(p.y - y) - dy*(p.x - x):
     // positive for points to the left of the directed line.
     static T distance(Cline2<T> const& l, Cpoint2<T> const& p);
-    static void distance(Cline2<T> const& l, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist);
+    static void distance(Cline2<T> const& l, CpointSpan<Cpoint2<T>> ps, std::vector<T>& dist);
     // Parallel lines (|a.direction . b.direction| within eps_p of 1): the
     // unsigned distance of b's point from a; otherwise 0 (the lines meet).
     static T distance(Cline2<T> const& a, Cline2<T> const& b);
@@ -85,7 +85,7 @@ public:
     // semi-axes count by their magnitude; a zero semi-axis makes the ellipse
     // the segment between its vertices; NaN anywhere gives NaN.
     static T distance(Cellipse2<T> const& el, Cpoint2<T> const& p);
-    static void distance(Cellipse2<T> const& el, std::vector<Cpoint2<T>> const& ps, std::vector<T>& dist);
+    static void distance(Cellipse2<T> const& el, CpointSpan<Cpoint2<T>> ps, std::vector<T>& dist);
 
     // ---------------------------------------------------------------------
     // Spatial distances and projections
@@ -94,20 +94,20 @@ public:
     // Signed distance a*p.x + b*p.y + c*p.z + d: positive on the side the
     // normal points to.
     static T distance(Cplane3<T> const& e, Cpoint3<T> const& p);
-    static void distance(Cplane3<T> const& e, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    static void distance(Cplane3<T> const& e, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist);
     // Unsigned distance of p from its projection onto l.
     static T distance(Cline3<T> const& l, Cpoint3<T> const& p);
     // An empty point set leaves the output empty.
-    static void distance(Cline3<T> const& l, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    static void distance(Cline3<T> const& l, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist);
     // Signed |p - centre| - radius (negative inside).
     static T distance(Csphere3<T> const& s, Cpoint3<T> const& p);
-    static void distance(Csphere3<T> const& s, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    static void distance(Csphere3<T> const& s, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist);
     // Signed distance from the axis minus the radius (negative inside).
     static T distance(Ccylinder3<T> const& z, Cpoint3<T> const& p);
     // An empty point set leaves the output untouched.
-    static void distance(Ccylinder3<T> const& z, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    static void distance(Ccylinder3<T> const& z, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist);
     // |p_i - q| for every point; an empty point set leaves the output untouched.
-    static void distance(Cpoint3<T> const& q, std::vector<Cpoint3<T>> const& ps, std::vector<T>& dist);
+    static void distance(Cpoint3<T> const& q, CpointSpan<Cpoint3<T>> ps, std::vector<T>& dist);
 
     // Foot of the perpendicular: t = (p - point).direction, p = point + t*direction.
     static void project(Cline3<T> const& l, Cpoint3<T>& p);

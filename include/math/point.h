@@ -7,8 +7,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <initializer_list>
 #include <limits>
 #include <type_traits>
+#include <vector>
 
 namespace math {
 
@@ -131,6 +134,54 @@ struct Cpoint3 {
 
 template <class T>
 constexpr Cpoint3<T> operator*(T s, Cpoint3<T> const& p) { return p * s; }
+
+// ---------------------------------------------------------------------------
+// Point ranges
+// ---------------------------------------------------------------------------
+
+// A read-only view of n consecutive points: what the fits and deviation
+// measures read.  It owns nothing; the points must outlive every use of the
+// view.  A std::vector<P> and a braced list of points convert to a view
+// implicitly, so existing calls with vectors read the vector's own storage;
+// other storage (a mapped file, an (n, 2) or (n, 3) array of coordinates in
+// the layout of P) is read in place through CpointSpan(pointer, n), without
+// a copy.  Cpoint2 and Cpoint3 are exactly their coordinates in order (no
+// padding, no other members), so an array of 2n or 3n numbers of type T is an
+// array of n points.
+template <class P>
+class CpointSpan {
+public:
+    using value_type = P;
+    using const_iterator = P const*;
+    using iterator = P const*;
+
+    constexpr CpointSpan() noexcept = default;
+    constexpr CpointSpan(P const* data, std::size_t n) noexcept : data_(data), size_(n) {}
+    template <class A>
+    CpointSpan(std::vector<P, A> const& v) noexcept : data_(v.data()), size_(v.size()) {}
+    // Only for a call's argument: the list lives until the call returns.
+    constexpr CpointSpan(std::initializer_list<P> l) noexcept : data_(l.begin()), size_(l.size()) {}
+
+    constexpr std::size_t size() const noexcept { return size_; }
+    constexpr bool empty() const noexcept { return size_ == 0; }
+    constexpr P const* data() const noexcept { return data_; }
+    constexpr P const& operator[](std::size_t i) const noexcept { return data_[i]; }
+    constexpr P const& front() const noexcept { return data_[0]; }
+    constexpr P const& back() const noexcept { return data_[size_ - 1]; }
+    constexpr P const* begin() const noexcept { return data_; }
+    constexpr P const* end() const noexcept { return data_ + size_; }
+
+private:
+    P const* data_ = nullptr;
+    std::size_t size_ = 0;
+};
+
+static_assert(sizeof(Cpoint2<double>) == 2 * sizeof(double) && std::is_standard_layout<Cpoint2<double>>::value,
+              "Cpoint2 must be its two coordinates");
+static_assert(sizeof(Cpoint3<double>) == 3 * sizeof(double) && std::is_standard_layout<Cpoint3<double>>::value,
+              "Cpoint3 must be its three coordinates");
+static_assert(sizeof(Cpoint2<float>) == 2 * sizeof(float) && sizeof(Cpoint3<float>) == 3 * sizeof(float),
+              "float points must be their coordinates");
 
 // ---------------------------------------------------------------------------
 // Directions

@@ -12,6 +12,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <chrono>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -115,6 +116,53 @@ std::vector<Cpoint3<T>> vec3(PointArray const& p) {
         v[i] = Cpoint3<T>(r[0], r[p.cs], r[2 * p.cs]);
     }
     return v;
+}
+
+// The points of an array as the fits and queries read them: an aligned
+// C-contiguous (N, D) array of T is already an array of N points and is read
+// where it lies; any other layout is gathered once into `own`.
+template <class P>
+struct PointsIn {
+    std::vector<P> own;
+    CpointSpan<P> span;
+
+    PointsIn() = default;
+    PointsIn(PointsIn&&) = default;  // a moved vector keeps its buffer, so span stays valid
+    PointsIn(PointsIn const&) = delete;
+    PointsIn& operator=(PointsIn const&) = delete;
+    PointsIn& operator=(PointsIn&&) = delete;
+
+    operator CpointSpan<P>() const { return span; }
+    std::size_t size() const { return span.size(); }
+    P const& operator[](std::size_t i) const { return span[i]; }
+};
+
+template <class T, int D>
+bool inPlace(PointArray const& p) {
+    const bool aligned = reinterpret_cast<std::uintptr_t>(p.arr.data()) % alignof(T) == 0;
+    return aligned && p.cs == 1 && (p.rs == D || p.n <= 1);
+}
+template <class T>
+PointsIn<Cpoint2<T>> in2(PointArray const& p) {
+    PointsIn<Cpoint2<T>> r;
+    if (inPlace<T, 2>(p)) {
+        r.span = CpointSpan<Cpoint2<T>>(reinterpret_cast<Cpoint2<T> const*>(p.data<T>()), p.n);
+    } else {
+        r.own = vec2<T>(p);
+        r.span = r.own;
+    }
+    return r;
+}
+template <class T>
+PointsIn<Cpoint3<T>> in3(PointArray const& p) {
+    PointsIn<Cpoint3<T>> r;
+    if (inPlace<T, 3>(p)) {
+        r.span = CpointSpan<Cpoint3<T>>(reinterpret_cast<Cpoint3<T> const*>(p.data<T>()), p.n);
+    } else {
+        r.own = vec3<T>(p);
+        r.span = r.own;
+    }
+    return r;
 }
 
 py::array_t<double> arr2(Cpoint2<double> const& p) { return py::array_t<double>(2, &p.x); }
@@ -513,12 +561,12 @@ PYBIND11_MODULE(_metromath, m) {
                 p,
                 [&] {
                     Cline2<double> l;
-                    ms = approximate<double>::fitLineLsq(vec2<double>(p), l);
+                    ms = approximate<double>::fitLineLsq(in2<double>(p), l);
                     return l;
                 },
                 [&] {
                     Cline2<float> l;
-                    ms = approximate<float>::fitLineLsq(vec2<float>(p), l);
+                    ms = approximate<float>::fitLineLsq(in2<float>(p), l);
                     return l;
                 });
             return py::make_tuple(line, ms);
@@ -534,18 +582,18 @@ PYBIND11_MODULE(_metromath, m) {
                 p,
                 [&] {
                     Ccircle2<double> r;
-                    approximate<double>::fitCircleLsq(vec2<double>(p), r);
+                    approximate<double>::fitCircleLsq(in2<double>(p), r);
                     return r;
                 },
                 [&] {
                     Ccircle2<float> r;
-                    approximate<float>::fitCircleLsq(vec2<float>(p), r);
+                    approximate<float>::fitCircleLsq(in2<float>(p), r);
                     return r;
                 });
             if (!record) return py::cast(c);
-            double sd = p.single ? double(approximate<float>::StdAbwCircle2(vec2<float>(p), Ccircle2<float>(
+            double sd = p.single ? double(approximate<float>::StdAbwCircle2(in2<float>(p), Ccircle2<float>(
                                                                                     Cpoint2<float>(float(c.center().x), float(c.center().y)), float(c.radius()))))
-                                 : approximate<double>::StdAbwCircle2(vec2<double>(p), c);
+                                 : approximate<double>::StdAbwCircle2(in2<double>(p), c);
             py::dict rec;
             rec["std_abw"] = sd;
             return py::make_tuple(c, rec);
@@ -561,12 +609,12 @@ PYBIND11_MODULE(_metromath, m) {
                 p,
                 [&] {
                     Csphere3<double> r;
-                    approximate<double>::fitSphereLsq(vec3<double>(p), r);
+                    approximate<double>::fitSphereLsq(in3<double>(p), r);
                     return r;
                 },
                 [&] {
                     Csphere3<float> r;
-                    approximate<float>::fitSphereLsq(vec3<float>(p), r);
+                    approximate<float>::fitSphereLsq(in3<float>(p), r);
                     return r;
                 });
         },
@@ -587,12 +635,12 @@ PYBIND11_MODULE(_metromath, m) {
                     p,
                     [&] {
                         Cline3<double> r;
-                        approximate<double>::fitLineGeom(vec3<double>(p), r, rd);
+                        approximate<double>::fitLineGeom(in3<double>(p), r, rd);
                         return r;
                     },
                     [&] {
                         Cline3<float> r;
-                        approximate<float>::fitLineGeom(vec3<float>(p), r, rf);
+                        approximate<float>::fitLineGeom(in3<float>(p), r, rf);
                         return r;
                     });
                 if (!record) return py::cast(l);
@@ -609,14 +657,14 @@ PYBIND11_MODULE(_metromath, m) {
                 p,
                 [&] {
                     Cline2<double> r;
-                    if (record) approximate<double>::fitLineGeom(vec2<double>(p), r, rd);
-                    else approximate<double>::fitLineGeom(vec2<double>(p), r);
+                    if (record) approximate<double>::fitLineGeom(in2<double>(p), r, rd);
+                    else approximate<double>::fitLineGeom(in2<double>(p), r);
                     return r;
                 },
                 [&] {
                     Cline2<float> r;
-                    if (record) approximate<float>::fitLineGeom(vec2<float>(p), r, rf);
-                    else approximate<float>::fitLineGeom(vec2<float>(p), r);
+                    if (record) approximate<float>::fitLineGeom(in2<float>(p), r, rf);
+                    else approximate<float>::fitLineGeom(in2<float>(p), r);
                     return r;
                 });
             if (!record) return py::cast(l);
@@ -638,12 +686,12 @@ PYBIND11_MODULE(_metromath, m) {
                 p,
                 [&] {
                     Cplane3<double> r;
-                    approximate<double>::fitPlaneGeom(vec3<double>(p), r, rd);
+                    approximate<double>::fitPlaneGeom(in3<double>(p), r, rd);
                     return r;
                 },
                 [&] {
                     Cplane3<float> r;
-                    approximate<float>::fitPlaneGeom(vec3<float>(p), r, rf);
+                    approximate<float>::fitPlaneGeom(in3<float>(p), r, rf);
                     return r;
                 });
             if (!record) return py::cast(e);
@@ -671,14 +719,14 @@ PYBIND11_MODULE(_metromath, m) {
                     p, record, kw,
                     [&](CqGeomFitPrm<double> const& prm) {
                         std::pair<Ccircle3<double>, CqCircle3GeomStdAbw<double>> o;
-                        auto v = vec3<double>(p);
+                        auto v = in3<double>(p);
                         if (rfix) approximate<double>::fitCircleGeomRfix(v, r, o.first, o.second, prm);
                         else approximate<double>::fitCircleGeom(v, o.first, o.second, prm);
                         return o;
                     },
                     [&](CqGeomFitPrm<float> const& prm) {
                         std::pair<Ccircle3<float>, CqCircle3GeomStdAbw<float>> o;
-                        auto v = vec3<float>(p);
+                        auto v = in3<float>(p);
                         if (rfix) approximate<float>::fitCircleGeomRfix(v, float(r), o.first, o.second, prm);
                         else approximate<float>::fitCircleGeom(v, o.first, o.second, prm);
                         return o;
@@ -689,14 +737,14 @@ PYBIND11_MODULE(_metromath, m) {
                 p, record, kw,
                 [&](CqGeomFitPrm<double> const& prm) {
                     std::pair<Ccircle2<double>, CqCircleGeomStdAbw<double>> o;
-                    auto v = vec2<double>(p);
+                    auto v = in2<double>(p);
                     if (rfix) approximate<double>::fitCircleGeomRfix(v, r, o.first, o.second, prm);
                     else approximate<double>::fitCircleGeom(v, o.first, o.second, prm);
                     return o;
                 },
                 [&](CqGeomFitPrm<float> const& prm) {
                     std::pair<Ccircle2<float>, CqCircleGeomStdAbw<float>> o;
-                    auto v = vec2<float>(p);
+                    auto v = in2<float>(p);
                     if (rfix) approximate<float>::fitCircleGeomRfix(v, float(r), o.first, o.second, prm);
                     else approximate<float>::fitCircleGeom(v, o.first, o.second, prm);
                     return o;
@@ -717,14 +765,14 @@ PYBIND11_MODULE(_metromath, m) {
                 p, record, kw,
                 [&](CqGeomFitPrm<double> const& prm) {
                     std::pair<Csphere3<double>, CqSphereGeomStdAbw<double>> o;
-                    auto v = vec3<double>(p);
+                    auto v = in3<double>(p);
                     if (rfix) approximate<double>::fitSphereGeomRfix(v, r, o.first, o.second, prm);
                     else approximate<double>::fitSphereGeom(v, o.first, o.second, prm);
                     return o;
                 },
                 [&](CqGeomFitPrm<float> const& prm) {
                     std::pair<Csphere3<float>, CqSphereGeomStdAbw<float>> o;
-                    auto v = vec3<float>(p);
+                    auto v = in3<float>(p);
                     if (rfix) approximate<float>::fitSphereGeomRfix(v, float(r), o.first, o.second, prm);
                     else approximate<float>::fitSphereGeom(v, o.first, o.second, prm);
                     return o;
@@ -746,7 +794,7 @@ PYBIND11_MODULE(_metromath, m) {
                 p, record, kw,
                 [&](CqGeomFitPrm<double> const& prm) {
                     std::pair<Ccylinder3<double>, CqCylinderGeomStdAbw<double>> o;
-                    auto v = vec3<double>(p);
+                    auto v = in3<double>(p);
                     if (rfix) approximate<double>::fitCylinderGeomRfix(v, r, o.first, o.second, prm);
                     else if (hasStart) approximate<double>::fitCylinderGeom(v, s, o.first, o.second, prm);
                     else approximate<double>::fitCylinderGeom(v, o.first, o.second, prm);
@@ -754,7 +802,7 @@ PYBIND11_MODULE(_metromath, m) {
                 },
                 [&](CqGeomFitPrm<float> const& prm) {
                     std::pair<Ccylinder3<float>, CqCylinderGeomStdAbw<float>> o;
-                    auto v = vec3<float>(p);
+                    auto v = in3<float>(p);
                     if (rfix) approximate<float>::fitCylinderGeomRfix(v, float(r), o.first, o.second, prm);
                     else if (hasStart) approximate<float>::fitCylinderGeom(v, fromD<float>(s), o.first, o.second, prm);
                     else approximate<float>::fitCylinderGeom(v, o.first, o.second, prm);
@@ -788,14 +836,14 @@ PYBIND11_MODULE(_metromath, m) {
                 p, record, kw,
                 [&](CqGeomFitPrm<double> const& prm) {
                     std::pair<Cellipse2<double>, CqEllipseGeomStdAbw<double>> o;
-                    auto v = vec2<double>(p);
+                    auto v = in2<double>(p);
                     if (lm) approximate<double>::fitEllipseGeomLM(v, o.first, o.second, prm);
                     else approximate<double>::fitEllipseGeom(v, o.first, o.second, prm);
                     return o;
                 },
                 [&](CqGeomFitPrm<float> const& prm) {
                     std::pair<Cellipse2<float>, CqEllipseGeomStdAbw<float>> o;
-                    auto v = vec2<float>(p);
+                    auto v = in2<float>(p);
                     if (lm) approximate<float>::fitEllipseGeomLM(v, o.first, o.second, prm);
                     else approximate<float>::fitEllipseGeom(v, o.first, o.second, prm);
                     return o;
@@ -875,7 +923,7 @@ PYBIND11_MODULE(_metromath, m) {
         "std_abw_cylinder",
         [](py::handle pts, Ccylinder3<double> const& z) {
             PointArray p = points(pts, 3);
-            auto v = vec3<double>(p);
+            auto v = in3<double>(p);
             return nogil([&] { return approximate<double>::StdAbwCylinder(v, z); });
         },
         py::arg("points"), py::arg("cylinder"), "Sample deviation of the point-axis distances.\nExample: std_abw_cylinder(pts, z)");
@@ -884,7 +932,7 @@ PYBIND11_MODULE(_metromath, m) {
         "std_abw_circle2",
         [](py::handle pts, Ccircle2<double> const& c) {
             PointArray p = points(pts, 2);
-            auto v = vec2<double>(p);
+            auto v = in2<double>(p);
             return nogil([&] { return approximate<double>::StdAbwCircle2(v, c); });
         },
         py::arg("points"), py::arg("circle"), "Sample deviation of the point-centre distances.\nExample: std_abw_circle2(pts, c)");
@@ -892,7 +940,7 @@ PYBIND11_MODULE(_metromath, m) {
         "std_abw_sphere",
         [](py::handle pts, Csphere3<double> const& s) {
             PointArray p = points(pts, 3);
-            auto v = vec3<double>(p);
+            auto v = in3<double>(p);
             return nogil([&] { return approximate<double>::StdAbwSphere(v, s); });
         },
         py::arg("points"), py::arg("sphere"), "Sample deviation of the point-centre distances.\nExample: std_abw_sphere(pts, s)");
@@ -900,7 +948,7 @@ PYBIND11_MODULE(_metromath, m) {
         "std_abw_line2",
         [](py::handle pts, Cline2<double> const& l) {
             PointArray p = points(pts, 2);
-            auto v = vec2<double>(p);
+            auto v = in2<double>(p);
             return nogil([&] { return approximate<double>::StdAbwLine2(v, l); });
         },
         py::arg("points"), py::arg("line"), "Sample deviation of the signed distances.\nExample: std_abw_line2(pts, l)");
@@ -908,7 +956,7 @@ PYBIND11_MODULE(_metromath, m) {
     // ---------------------------------------------------------------- queries
     auto distances2 = [](auto const& prim, py::handle pts) {
         PointArray p = points(pts, 2);
-        auto v = vec2<double>(p);
+        auto v = in2<double>(p);
         std::vector<double> d;
         nogil([&] {
             geometric<double>::distance(prim, v, d);
@@ -918,7 +966,7 @@ PYBIND11_MODULE(_metromath, m) {
     };
     auto distances3 = [](auto const& prim, py::handle pts) {
         PointArray p = points(pts, 3);
-        auto v = vec3<double>(p);
+        auto v = in3<double>(p);
         std::vector<double> d;
         nogil([&] {
             geometric<double>::distance(prim, v, d);
@@ -987,7 +1035,7 @@ PYBIND11_MODULE(_metromath, m) {
         "convex_hull",
         [](py::handle pts) {
             PointArray p = points(pts, 2);
-            auto v = vec2<double>(p);
+            auto v = in2<double>(p);
             std::vector<Cvector2<double>> w(v.size());
             for (std::size_t i = 0; i < v.size(); ++i) w[i] = Cvector2<double>(v[i].x, v[i].y);
             std::vector<Cvector2<double>> h = nogil([&] { return CcvxHull2D<double>(std::move(w)).points(); });
@@ -1013,7 +1061,7 @@ PYBIND11_MODULE(_metromath, m) {
             "contains",
             [](Cpolygon2<double> const& poly, py::handle pts) {
                 PointArray p = points(pts, 2, "queries");
-                auto v = vec2<double>(p);
+                auto v = in2<double>(p);
                 py::array_t<bool> out(static_cast<py::ssize_t>(v.size()));
                 bool* o = out.mutable_data();
                 nogil([&] {
@@ -1083,5 +1131,36 @@ PYBIND11_MODULE(_metromath, m) {
     m.def("_data_address", [](py::handle pts, int dim) {
         PointArray p = points(pts, dim);
         return reinterpret_cast<std::uintptr_t>(p.arr.data());
+    });
+    // For the binding benchmark: the best of `reps` timings of the C++ fit
+    // alone ("plane": fitPlaneGeom, "circle": fitCircleLsq) on a copy of the
+    // points in a std::vector, in seconds.
+    m.def("_cpp_fit_seconds", [](std::string const& kind, py::handle pts, int reps) {
+        const bool plane = kind == "plane";
+        if (!plane && kind != "circle") throw py::value_error("kind: 'plane' or 'circle'");
+        PointArray p = points(pts, plane ? 3 : 2);
+        const std::vector<Cpoint3<double>> v3 = plane ? vec3<double>(p) : std::vector<Cpoint3<double>>();
+        const std::vector<Cpoint2<double>> v2 = plane ? std::vector<Cpoint2<double>>() : vec2<double>(p);
+        double best = 1e300;
+        for (int k = 0; k < reps; ++k) {
+            const auto t0 = std::chrono::steady_clock::now();
+            Cplane3<double> e;
+            Ccircle2<double> c;
+            if (plane) approximate<double>::fitPlaneGeom(v3, e);
+            else approximate<double>::fitCircleLsq(v2, c);
+            const std::chrono::duration<double> dt = std::chrono::steady_clock::now() - t0;
+            volatile double sink = plane ? e.d() : c.radius();
+            (void)sink;
+            best = std::min(best, dt.count());
+        }
+        return best;
+    });
+    // ... and the address the fits, deviations and distance queries read from.
+    m.def("_fit_address", [](py::handle pts, int dim) {
+        PointArray p = points(pts, dim);
+        if (dim == 2) return p.single ? reinterpret_cast<std::uintptr_t>(in2<float>(p).span.data())
+                                      : reinterpret_cast<std::uintptr_t>(in2<double>(p).span.data());
+        return p.single ? reinterpret_cast<std::uintptr_t>(in3<float>(p).span.data())
+                        : reinterpret_cast<std::uintptr_t>(in3<double>(p).span.data());
     });
 }

@@ -125,6 +125,13 @@ def test_points_are_read_in_place():
     np.testing.assert_allclose(s.centroid, view.mean(axis=0), atol=1e-12)
     ints = np.zeros((10, 3), dtype=np.int64)
     assert mm._metromath._data_address(ints, 3) != ints.ctypes.data
+    # Fits read C-contiguous float64 and float32 arrays where they lie; other
+    # layouts are gathered once.
+    assert mm._metromath._fit_address(big, 3) == big.ctypes.data
+    assert mm._metromath._fit_address(view, 3) != big.ctypes.data
+    small = np.ascontiguousarray(big[:1000, :2], dtype=np.float32)
+    assert mm._metromath._fit_address(small, 2) == small.ctypes.data
+    np.testing.assert_allclose(mm.fit_plane_geom(view).normal, mm.fit_plane_geom(view.copy()).normal, atol=0)
 
 
 def test_moment_sums_merge_pickle_and_damage():
