@@ -147,25 +147,22 @@ TEST(Errors, CopyAndAssignKeepEverything) {
     EXPECT_EQ(c.previous()->arguments(), (std::vector<std::string>{"2", "3"}));
 }
 
+// A clone is tracked and throws as the most derived type, arguments included.
 TEST(Errors, CloneAndThrowThisKeepTheMostDerivedType) {
     const auto before = core::memTracker_liveBlocks();
     CthrowSpline s(CthrowSpline::ERR_INVALID_ORDER, "");
     s << "1";
-    std::unique_ptr<CthrowBase> p(s.clone());
-    EXPECT_EQ(core::memTracker_liveBlocks(), before + 1);  // the clone is tracked
-    EXPECT_THROW(p->throw_this(), CthrowSpline);
+    std::unique_ptr<CthrowBase> p(s.clone()), m(CthrowMath(CthrowMath::ERR_MATH_FUNCNOTIMPL, "").clone()),
+        c(Ccorrelationthrow(25, "").clone());
+    EXPECT_EQ(core::memTracker_liveBlocks(), before + 3);
     try {
         p->throw_this();
     } catch (CthrowSpline const& e) {
         EXPECT_EQ(e.arguments(), std::vector<std::string>{"1"});
     }
-    std::unique_ptr<CthrowBase> m(CthrowMath(CthrowMath::ERR_MATH_FUNCNOTIMPL, "").clone());
     EXPECT_THROW(m->throw_this(), CthrowMath);
-    std::unique_ptr<CthrowBase> c(Ccorrelationthrow(25, "").clone());
     EXPECT_THROW(c->throw_this(), Ccorrelationthrow);
-    p.reset();
-    m.reset();
-    c.reset();
+    p.reset(), m.reset(), c.reset();
     EXPECT_EQ(core::memTracker_liveBlocks(), before);
 }
 

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -115,21 +116,13 @@ TYPED_TEST(MatrixIo, TextFormBytes) {
     EXPECT_EQ(text(Cmatrix<T>(3, 0)), "3  0\n");
     EXPECT_EQ(text(Cmatrix<T>(3, 0), false), "");
 
-    // Every line after the header holds n values and ends with a space.
+    // After the header: one space after each value, a line break after each row.
     std::mt19937_64 rng(1);
-    std::istringstream lines(text(randomBits<T>(7, 5, rng)));
-    std::string line, w;
-    std::getline(lines, line);
-    EXPECT_EQ(line, "7  5");
-    int rows = 0;
-    for (; std::getline(lines, line); ++rows) {
-        ASSERT_EQ(line.back(), ' ');
-        std::istringstream words(line);
-        int cnt = 0;
-        while (words >> w) ++cnt;
-        EXPECT_EQ(cnt, 5);
-    }
-    EXPECT_EQ(rows, 7);
+    const std::string s = text(randomBits<T>(7, 5, rng));
+    EXPECT_EQ(s.substr(0, 5), "7  5\n");
+    EXPECT_EQ(std::count(s.begin(), s.end(), ' '), 2 + 35);
+    EXPECT_EQ(std::count(s.begin(), s.end(), '\n'), 8);
+    for (std::size_t k = s.find('\n', 5); k != std::string::npos; k = s.find('\n', k + 1)) EXPECT_EQ(s[k - 1], ' ');
 
     // The header goes out as plain decimal whatever the stream's flags.
     std::ostringstream os;
@@ -212,48 +205,36 @@ TYPED_TEST(MatrixIo, HeaderlessTextIsNotReadable) {
     EXPECT_TRUE(c.m() == 1u && c(0, 0) == T(8));
 }
 
+// Copies keep the header flag, a wrapper made from the base stream starts
+// with it set; the scalar operations stay available beside the matrix ones; a
+// wrapper of an input stream writes nothing, one of an output stream reads nothing.
 TYPED_TEST(MatrixIo, WrapperBehaviourAndScalarMembers) {
     using T = TypeParam;
     std::ostringstream os;
-    CioStreamMatrix<T> w(os);
+    std::istringstream dummy(""), is("5 2 1 3 4 \n");
+    CioStreamMatrix<T> w(os), r(is), assigned(dummy);
     EXPECT_TRUE(w.writeHeader());
     w.writeHeader(false);
-    CioStreamMatrix<T> copy(w);
-    EXPECT_FALSE(copy.writeHeader());
-    CioStreamMatrix<T> fromBase(static_cast<Cstream const&>(w));
-    EXPECT_TRUE(fromBase.writeHeader());  // a fresh wrapper over the same stream
-    EXPECT_EQ(fromBase.ostream(), &os);
-    std::istringstream dummy("");
-    CioStreamMatrix<T> assigned(dummy);
+    CioStreamMatrix<T> copy(w), fromBase(static_cast<Cstream const&>(w));
     assigned = copy;
-    EXPECT_FALSE(assigned.writeHeader());
-    EXPECT_EQ(assigned.ostream(), &os);
+    EXPECT_TRUE(!copy.writeHeader() && fromBase.writeHeader() && !assigned.writeHeader());
+    EXPECT_TRUE(fromBase.ostream() == &os && assigned.ostream() == &os);
 
-    // The scalar operations of the wrapper stay available beside the matrix ones.
-    Cmatrix<T> a = counting<T>(1, 2);
+    const Cmatrix<T> a = counting<T>(1, 2);
+    const unsigned u = 0x01020304u;
     w << 7 << " ";
     w << a;
-    w.write(static_cast<unsigned>(0x01020304u));
+    w.write(u);
     fromBase << a;
-    std::string expected = "7 1 2 \n";
-    const unsigned u = 0x01020304u;
-    expected.append(reinterpret_cast<const char*>(&u), 4);
-    EXPECT_EQ(os.str(), expected + "1  2\n1 2 \n");
-
-    std::istringstream is("5 2 1 3 4 \n");
-    CioStreamMatrix<T> r(is);
+    EXPECT_EQ(os.str(), "7 1 2 \n" + std::string(reinterpret_cast<const char*>(&u), 4) + "1  2\n1 2 \n");
     int five = 0;
-    Cmatrix<T> b;
+    Cmatrix<T> b, c(1, 1, T(6));
     r >> five;  // a scalar operator returns the Cstream base, so no chaining into a matrix
     r >> b;
-    EXPECT_EQ(five, 5);
-    ASSERT_EQ(b.m(), 2u);
+    ASSERT_TRUE(five == 5 && b.m() == 2u);
     EXPECT_EQ(b(1, 0), T(4));
-    // Writing through a wrapper of an input stream does nothing; reading from
-    // one of an output stream leaves the matrix alone.
     r << a;
     r.write(a);
-    Cmatrix<T> c(1, 1, T(6));
     w >> c;
     w.read(c);
     EXPECT_TRUE(c.m() == 1u && c(0, 0) == T(6));

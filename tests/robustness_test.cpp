@@ -1,13 +1,9 @@
 // Robustness sweep of the public interface.  Each family has a table of
-// operations with the outcome each class of input must give -- a finite or
-// valid result, NaN / isValid() false, one of the library's exceptions, a
-// plain int only from the eigenvalue iteration -- and one loop runs every row
-// over every input of the family: empty and degenerate sets, NaN and
-// +-infinity in each coordinate position, huge and subnormal magnitudes, badly
-// shaped matrices, seeded random sets mixing normal and extreme values.  Each
-// input runs under a watchdog thread (a hang ends the executable with the
-// case's name and step); leaks are caught by the test main after every test,
-// memory errors by the sanitizer build.
+// operations and the outcomes each class of input may give (finite / valid,
+// NaN / invalid, empty, a library exception, the plain int 0 of the eigenvalue
+// iteration); one loop runs every row over every input, each input under a
+// watchdog (a hang ends the executable naming the case and step).  Leaks are
+// caught by the test main after every test, memory errors by the sanitizer build.
 #include <math/all.h>
 #include <core/image.h>
 #include <core/throw.h>
@@ -283,9 +279,7 @@ TYPED_TEST(Robust, Matrix) {
              Cmatrix<T> B = A, At = A.transp(), P = A * At, Q = At, I = A, R;
              B += A, B -= A, B += T(1), B -= T(1), B *= T(2), Q *= A;
              EXPECT_TRUE(At.m() == A.n() && At.n() == A.m() && P.m() == A.m() && P.n() == A.m() && Q.m() == A.n());
-             I.setIdentity();
-             I.setMatrix(1, 1, A);
-             I.setMatrix(A.m(), A.n(), A);
+             I.setIdentity(), I.setMatrix(1, 1, A), I.setMatrix(A.m(), A.n(), A);
              std::vector<T> v;
              if (A.m() > 0) {
                  A.getRow(0, v);
@@ -301,20 +295,6 @@ TYPED_TEST(Robust, Matrix) {
              R.resize(A.n(), A.m());
              touch(-A), touch(A + B), touch(A - B), touch(P), touch(Q), touch(I), touch(R);
              EXPECT_EQ(A.byteSize(), A.m() * A.n() * sizeof(T));
-             return FIN;
-         }},
-        // Special values survive the binary round trip; the text form reads back.
-        {"stream", 0, {FIN, FIN, FIN, FIN}, [](Mat<T> const& c) {
-             std::stringstream bs, ts;
-             Cmatrix<T> B, C;
-             CioStreamMatrix<T>(static_cast<std::ostream&>(bs)).write(c.v);
-             CioStreamMatrix<T>(static_cast<std::istream&>(bs)).read(B);
-             EXPECT_TRUE(B.m() == c.v.m() && B.n() == c.v.n());
-             for (unsigned k = 0; k < B.size() && k < c.v.size(); ++k)
-                 EXPECT_TRUE(B.getBase()[k] == c.v.getBase()[k] || (std::isnan(B.getBase()[k]) && std::isnan(c.v.getBase()[k])));
-             CioStreamMatrix<T>(static_cast<std::ostream&>(ts)) << c.v;
-             CioStreamMatrix<T>(static_cast<std::istream&>(ts)) >> C;
-             touch(C);
              return FIN;
          }},
     });
@@ -334,32 +314,6 @@ TYPED_TEST(Robust, Matrix) {
     Z.setIdentity();
     EXPECT_EQ(Z.transp().m(), 0xFFFFFFFFu);
     EXPECT_EQ(TRY("product", Cmatrix<T> p = Cmatrix<T>(1, 0) * Z), THR);
-    // Damaged text and binary input (exact outcomes: matrix_io_test): a refused
-    // read leaves the target as it was.
-    std::vector<std::pair<bool, std::string>> damaged;
-    for (const char* t : {"", "abc", "2", "2  2\n1 2", "-1  3\n1 2 3\n", "3  -1\n", "4294967295  4294967295\n",
-                          "65536  65536\n1\n", "1e9  1e9\n", "2  2\nnan inf -inf 1e400\n", "0  0\n", "0  7\n",
-                          "99999999999999999999  2\n"})
-        damaged.push_back({false, t});
-    const std::uint32_t hdr[][3] = {{2, 2, 4}, {2, 2, 1}, {0xFFFFFFFFu, 0xFFFFFFFFu, 0}, {65536, 65536, 0},
-                                    {0x80000000u, 1, 0}, {0, 0, 0}, {0, 0xFFFFFFFFu, 0}, {3, 1, 0}};
-    for (auto const& h : hdr) {
-        std::string bytes(reinterpret_cast<const char*>(h), 8);
-        for (unsigned k = 0; k < h[2]; ++k) {
-            T v = k == 1 ? nan<T>() : T(k);
-            bytes.append(reinterpret_cast<const char*>(&v), sizeof v);
-        }
-        for (std::size_t cut : {bytes.size(), std::size_t(6), std::size_t(0)}) damaged.push_back({true, bytes.substr(0, cut)});
-    }
-    guarded("matrix io", [&] {
-        for (auto const& d : damaged) {
-            std::istringstream is(d.second);
-            CioStreamMatrix<T> st(is);
-            Cmatrix<T> M(1, 1, T(5));
-            if (TRY("read", d.first ? st.read(M) : st >> M) == THR) { EXPECT_TRUE(M.m() == 1u && M(0, 0) == T(5)) << d.second; }
-            touch(M);
-        }
-    });
 }
 
 // LU refuses a non-square matrix when it is installed, Gauss-Jordan at the
@@ -554,17 +508,13 @@ TYPED_TEST(Robust, PlanarSets) {
              return t == 1 ? NIL : FIN;
          }},
         {"editing", 0, {FIN, FIN, FIN, FIN}, [](Set2<T> const& s) {
-             P poly(s.v);
-             poly.preprocess();
-             poly.add(T(1), T(2));
+             P poly(s.v), q;
+             poly.preprocess(), poly.add(T(1), T(2));
              EXPECT_FALSE(poly.isPreprocessed());
-             poly.add(std::vector<Cpoint2<T>>{{nan<T>(), T(1)}, {inf<T>(), T(0)}});
-             poly.add(s.v);
+             poly.add(std::vector<Cpoint2<T>>{{nan<T>(), T(1)}, {inf<T>(), T(0)}}), poly.add(s.v);
              EXPECT_FALSE(poly.remove(poly.size()));
              EXPECT_TRUE(poly.remove(0u));
-             poly.remove(Cpoint2<T>(nan<T>(), T(1)));
-             poly.preprocess(), poly.area();
-             P q;
+             poly.remove(Cpoint2<T>(nan<T>(), T(1))), poly.preprocess(), poly.area();
              q = s.v;
              q.set(Crect2<T>(T(0), T(0), T(1), T(1)));
              EXPECT_EQ(q.type(), 3);
@@ -583,15 +533,14 @@ TYPED_TEST(Robust, PlanarSets) {
                      exact = exact && !(fin(c) && c != T(0) && (std::fabs(c) > std::ldexp(T(1), 500) || std::fabs(c) < std::ldexp(T(1), -400)));
              }
              CcvxHull2D<T> h(v), h2;
-             EXPECT_EQ(v.size(), s.n());  // caller's vector untouched
+             EXPECT_EQ(v.size(), s.n());  // the caller's vector is untouched
              EXPECT_TRUE(!exact || h.points().empty() || h.points().size() >= 3);
              std::vector<Cpoint2<T>> hp;
              for (auto const& c : h.points()) {
                  hp.push_back(Cpoint2<T>(c.x, c.y));
                  EXPECT_TRUE(fin(hp.back()));  // non-finite points are dropped
              }
-             h2 = h;
-             h2 = CcvxHull2D<T>();
+             h2 = h, h2 = CcvxHull2D<T>();
              EXPECT_TRUE(h2.points().empty());
              return fromInput(hp, s.v);
          }},
@@ -834,19 +783,16 @@ TYPED_TEST(Robust, Primitives) {
                  q.norm();
                  if (!n.isValid()) o = INV;
                  EXPECT_FALSE(Cquaternion<T>(T(0), T(0), T(0), T(0)).normalized().isValid());
-                 n.conjugate();
-                 (void)(n * q);
-                 n *= q;
-                 n.rotate(P3(v, T(1), T(2)));
+                 n.conjugate(), (void)(n * q), n *= q, n.rotate(P3(v, T(1), T(2)));
                  T R[3][3];
                  n.getRotMatrix(R);
                  for (auto& row : R)
                      for (T x : row) EXPECT_TRUE(std::isnan(x) || (x >= T(-1) && x <= T(1)));
                  Cmatrix<T> M;
-                 n.getRotMatrix(M);
-                 Cquaternion<T> back(M), back2(R), aa(Cdirec3<T>(v, T(1), T(0)), v);
                  Cdirec3<T> ax;
                  T ang;
+                 n.getRotMatrix(M);
+                 Cquaternion<T> back(M), back2(R), aa(Cdirec3<T>(v, T(1), T(0)), v);
                  n.getAxisAngle(ax, ang), aa.getAxisAngle(ax, ang);
                  CtransPrm3<T> tp(q, P3(v, T(0), T(1)), v);
                  EXPECT_FALSE(std::isnan(v) && tp.isValid());
@@ -857,9 +803,8 @@ TYPED_TEST(Robust, Primitives) {
                  tp.transform(ps), tp.transform(ps, out);
                  EXPECT_EQ(out.size(), ps.size());
                  tp.retransform(ps), tp.retransform(ps, out);
-                 tp.transform(std::vector<P3>(), out);
+                 tp.transform(std::vector<P3>(), out), (void)(tp.inverse() * tp);
                  EXPECT_TRUE(out.empty());
-                 (void)(tp.inverse() * tp);
                  tp.setRotation(Cquaternion<T>(T(0), T(0), T(0), T(0)));
                  EXPECT_FALSE(tp.isValid());
              }
@@ -877,10 +822,8 @@ TYPED_TEST(Robust, Primitives) {
                  EXPECT_TRUE(!(std::isnan(d) || d < T(0) || !e.isValid()) || (!ok && out.empty()));
                  EXPECT_LE(out.size(), in.size());
                  CbaseVecN<P3> same = in;
-                 tools<T>::cutPointCloud(e, d, same, same);
-                 EXPECT_LE(same.size(), in.size());
-                 tools<T>::cutPointCloud(e, d, empty, out);
-                 EXPECT_TRUE(out.empty());
+                 tools<T>::cutPointCloud(e, d, same, same), tools<T>::cutPointCloud(e, d, empty, out);
+                 EXPECT_TRUE(same.size() <= in.size() && out.empty());
              }
              return valid(tools<T>::cutPointCloud(Cplane3<T>(P3(), Cdirec3<T>(T(0), T(0), T(1))), std::fabs(d), in, out));
          }},
@@ -928,18 +871,16 @@ TYPED_TEST(Robust, Geometric) {
                                        Cellipse2<T>(P2(), T(3), T(1), T(0.3))})
             G::distance(el, P2(p.x, p.y)), each([&] { G::distance(el, pr2, dist); });
         P3 q = p, x;
-        G::project(l, q), G::project(e2, q);
         std::vector<P3> pc = pr, none;
-        G::project(l2, pc), G::project(e, pc);
+        G::project(l, q), G::project(e2, q), G::project(l2, pc), G::project(e, pc);
         EXPECT_FALSE(G::project(l, none));
         EXPECT_TRUE(G::intersect(e, l3, x) || std::isnan(x.x));
         Cline3<T> li;
         T gap, rms;
-        G::intersect(e, e2, li), G::intersect(e, e3, li), G::intersect(l, l2, x), G::intersect(l3, l2, x, gap);
-        G::intersect(e, e2, e3, x);
         std::pair<T, T> t;
+        G::intersect(e, e2, li), G::intersect(e, e3, li), G::intersect(l, l2, x), G::intersect(l3, l2, x, gap);
+        G::intersect(e, e2, e3, x), G::intersect(s2, l3, t);
         EXPECT_TRUE(G::intersect(s, l, t) || (std::isnan(t.first) && std::isnan(t.second)));
-        G::intersect(s2, l3, t);
         std::pair<P3, P3> seg;
         G::intersect(CboundingBox3<T>(o, p), l, seg), G::intersect(CboundingBox3<T>(), l, seg);
         G::intersect(CboundingBox3<T>(P3(T(-1), T(-1), T(-1)), P3(T(1), T(1), T(1))), l3, seg);
@@ -949,19 +890,17 @@ TYPED_TEST(Robust, Geometric) {
         const P2 p2(p.x, p.y);
         const Cline2<T> a(p2, P2(T(1), T(1))), b(P2(T(0), T(0)), Cdirec2<T>(T(0), T(1)));
         P2 s2p = p2;
-        G::intersect(a, b, s2p), G::intersect(a, a, s2p);
+        std::vector<P2> ps2c = pr2, none2;
+        G::intersect(a, b, s2p), G::intersect(a, a, s2p), G::project(b, s2p), G::project(a, ps2c);
         (void)(G::distance(a, p2) + G::distance(a, b) + G::distance(b, a));
         each([&] { G::distance(b, pr2, dist); });
-        G::project(b, s2p);
-        std::vector<P2> ps2c = pr2, none2;
-        G::project(a, ps2c);
         EXPECT_FALSE(G::project(b, none2));
         const Ccircle2<T> c1(p2, T(1)), c2(p2, T(2)), cz(P2(), p.z);
         for (bool side : {false, true})
             for (auto const& cs : {std::vector<Ccircle2<T>>{}, {c1}, {c1, cz}, {c1, c1, c2}}) G::intersect(cs, s2p, side);
         std::vector<P3> op = pr, op2 = pr;
-        std::vector<T> res(op.size());
-        for (std::size_t k = 0; k < res.size(); ++k) res[k] = sp[k % sp.size()];
+        std::vector<T> res;
+        for (std::size_t k = 0; k < op.size(); ++k) res.push_back(sp[k % sp.size()]);
         G::outlier(op, res, p.x);
         EXPECT_FALSE(G::outlier(op2, std::vector<T>(1), T(1)));
         EXPECT_EQ(op2.size(), pr.size());
