@@ -82,6 +82,7 @@ template <class T> bool fin(T v) { return std::isfinite(v); }
 template <class T> bool fin(Cpoint2<T> const& p) { return fin(p.x) && fin(p.y); }
 template <class T> bool fin(Cpoint3<T> const& p) { return fin(p.x) && fin(p.y) && fin(p.z); }
 template <class T> bool anyNaN(Cpoint2<T> const& p) { return std::isnan(p.x) || std::isnan(p.y); }
+template <class T> bool tameVal(T v) { return v == T(0) || (std::fabs(v) >= T(1e-3) && std::fabs(v) <= T(10)); }
 template <class T> bool modVal(T v) { return v == T(0) || (std::fabs(v) >= T(0.5) && std::fabs(v) <= T(1)); }
 inline unsigned valid(bool v) { return v ? FIN : INV; }
 
@@ -165,8 +166,12 @@ std::vector<Input<std::vector<P>>> pointSets(std::vector<Input<std::vector<P>>> 
         std::vector<P> p(g.count(12));
         for (auto& q : p)
             for (unsigned k = 0; k < dim; ++k) (&q.x)[k] = g.val();
-        if (!p.empty() && g.count(3) == 0) p.push_back(p[g.count(p.size() - 1)]);
-        s.push_back({"random-" + std::to_string(it), p, wild});
+        const bool dup = !p.empty() && g.count(3) == 0;
+        if (dup) p.push_back(p[g.count(p.size() - 1)]);
+        bool tame = !dup;  // distinct points without a special value among the coordinates
+        for (auto const& q : p)
+            for (unsigned k = 0; k < dim; ++k) tame = tame && tameVal((&q.x)[k]);
+        s.push_back({"random-" + std::to_string(it), p, tame ? moderate : wild});
     }
     return s;
 }
@@ -236,6 +241,16 @@ std::vector<Mat<T>> matrices() {
         }
         r.push_back({"3x3 all-special", Cmatrix<T>(3, 3, v), modVal(v) ? moderate : wild});
         r.push_back({"2x2 all-special", Cmatrix<T>(2, 2, v), modVal(v) ? moderate : wild});
+    }
+    // Seeded random shapes and values; square ones symmetric.
+    Gen<T> g(4242u);
+    for (int it = 0; it < 60; ++it) {
+        const unsigned m = static_cast<unsigned>(g.count(5)), n = it % 2 ? m : static_cast<unsigned>(g.count(5));
+        Cmatrix<T> A(m, n);
+        bool tame = true;
+        for (unsigned i = 0; i < m; ++i)
+            for (unsigned j = 0; j < n; ++j) tame = tameVal(A(i, j) = m == n && j < i ? A(j, i) : g.val()) && tame;
+        r.push_back({"random-" + std::to_string(it), A, !tame ? wild : m == n ? moderate : degenerate});
     }
     return r;
 }
@@ -379,6 +394,7 @@ TYPED_TEST(Robust, Solvers) {
                  s.setTolerance(tol);
                  const unsigned r = std::min(c.v.m(), c.v.n());
                  EXPECT_EQ(s.getSingularValues().size(), r);
+                 for (T w : s.getSingularValues()) EXPECT_TRUE(c.cls == wild || fin(w) || w == inf<T>());
                  Cmatrix<T> U = s.getU(), V = s.getV();
                  EXPECT_TRUE(U.m() == c.v.m() && V.m() == c.v.n() && s.getRank() <= r);
                  if (r == 0) { EXPECT_TRUE(std::isnan(s.getCond())); }
