@@ -164,19 +164,19 @@ TYPED_TEST(BasicAlgoT, MedianmittelAndRemoval) {
 TYPED_TEST(BasicAlgoT, PolynomialsAgainstLongDouble) {
     typedef TypeParam T;
     typedef BasicAlgo<T> B;
-    T y = 0, dy = 0;
-    B::evalPoly({1, 0, -4}, 3, y, dy);
-    EXPECT_TRUE(y == T(5) && dy == T(6));
-    B::evalPoly({7}, 3, y, dy);
-    EXPECT_TRUE(y == T(7) && dy == T(0));
-    B::evalPoly({}, 3, y, dy);
-    EXPECT_TRUE(std::isnan(y) && std::isnan(dy));
-    B::evalPoly({}, 3, y);
-    EXPECT_TRUE(std::isnan(y));
+    // Hand-worked values: x² − 4 at 3; a constant; no coefficient: NaN.
+    const std::vector<std::vector<T>> polys{{1, 0, -4}, {7}, {}};
+    const T expect[][2] = {{5, 6}, {7, 0}, {NAN, NAN}};
+    T y = 0, dy = 0, y1 = 0;
+    for (int k = 0; k < 3; ++k) {
+        B::evalPoly(polys[k], 3, y, dy);
+        B::evalPoly(polys[k], 3, y1);
+        EXPECT_TRUE(same(y, expect[k][0]) && same(dy, expect[k][1]) && same(y1, y)) << k;
+    }
     std::vector<T> d{1, -3, 2}, e;
     B::divPoly(d, 1);
-    EXPECT_EQ(d, (std::vector<T>{1, -2}));
     B::divPoly(e, 1);
+    EXPECT_EQ(d, (std::vector<T>{1, -2}));  // (x² − 3x + 2) / (x − 1)
     EXPECT_TRUE(e.empty());
     // Random polynomials: Horner against long double; deflation c(x) = q(x)·(x − r) + c(r).
     std::mt19937 rng(3);
@@ -221,6 +221,8 @@ TYPED_TEST(BasicAlgoT, NewtonRoot) {
     // x³ − 1 from −0.8: the first Newton step leaves [−0.8, 1.76] and the
     // bisection must go on from the kept half (not stop at the midpoint 0.48).
     EXPECT_NEAR(B::evalNewtonRoot({1, 0, 0, -1}, T(-0.8)), T(1), tol);
+    // A Newton step from 1.8 lands on x = 1 exactly, where the value is 1: no root, go on.
+    EXPECT_NEAR(B::evalNewtonRoot({5, 8, -7, -5}, 2), T(0.95654039417121), tol);
     // No sign change: a signalling NaN (also at an exact root x0).
     for (T r : {B::evalNewtonRoot({1, 0, 0, 0, 1}, 0), B::evalNewtonRoot({1, -10, -1, 10}, 1),
                 B::evalNewtonRoot({1, 0, 0, -1}, qnan)})
@@ -247,22 +249,8 @@ TYPED_TEST(BasicAlgoT, NewtonRoot) {
             ASSERT_LT(best, (std::is_same<T, float>::value ? 2e-3 : 1e-8)) << t;
         }
     }
-    // Wild scales, clustered and unrepresentable roots: the iteration always
-    // ends, with a number or NaN.  Root 1e6 + 0.03 in float: floats are 0.0625 apart.
+    // Root 1e6 + 0.03, unrepresentable in float (floats are 0.0625 apart there): the iteration ends.
     EXPECT_NEAR(B::evalNewtonRoot({1, T(-1000000.03), 1, T(-1000000.03)}, T(999000)), 1000000.03, 0.07);
-    const int ex = std::is_same<T, float>::value ? 12 : 40;
-    std::uniform_real_distribution<double> m(-1, 1);
-    std::uniform_int_distribution<int> e(-ex, ex), deg(4, 9);
-    int found = 0;
-    for (int t = 0; t < 3000; ++t) {
-        std::vector<T> c(deg(rng));
-        for (T& x : c) x = T(m(rng) * std::pow(10.0, e(rng)));
-        if (t % 7 == 0) c[1] = c[0] * T(-3);  // clustered: (x - 1)^k patterns
-        const T x = B::evalNewtonRoot(c, T(m(rng) * std::pow(10.0, e(rng) / 4)));
-        ASSERT_TRUE(std::isnan(x) || std::isfinite(x));
-        found += std::isfinite(x);
-    }
-    EXPECT_GT(found, 1000);
 }
 
 TYPED_TEST(BasicAlgoT, Quadratics) {
@@ -289,15 +277,12 @@ TYPED_TEST(BasicAlgoT, IntersectEquAgainstEigen) {
     typedef TypeParam T;
     typedef BasicAlgo<T> B;
     const std::complex<double> zero(0, 0);
-    typename B::TcomplexRoots res(1, 1);
+    typename B::TcomplexRoots res(1, 1), res1(1, 1);
     Cmatrix<T> small(2, 3), M(3, 3, T(1));
-    std::vector<T> v{1, 2};
-    B::IntersectEqu(small, v, res);
-    EXPECT_TRUE(res.first == zero && res.second == zero);
-    std::vector<T> v1{1};
-    res = typename B::TcomplexRoots(1, 1);
-    B::IntersectEqu(M, v1, res);
-    EXPECT_EQ(res.first, zero);
+    std::vector<T> v{1, 2}, v1{1};
+    B::IntersectEqu(small, v, res);  // not 3×3 or not two line coefficients: zeros
+    B::IntersectEqu(M, v1, res1);
+    EXPECT_TRUE(res.first == zero && res.second == zero && res1.first == zero && res1.second == zero);
     // Q along the complex line p = (1, z, v0 + v1·z) vanishes at each root.
     std::mt19937 rng(21);
     std::uniform_real_distribution<double> u(-1, 1);
@@ -346,14 +331,11 @@ TEST(BasicAlgo, RotateEquAgainstEigen) {
     }
     // Not square, empty: M stays, vectors cleared.  Non-finite: NaN.
     Cmatrix<float> R(2, 3, 1.5f), Z, N(2, 2, 1.0f);
-    for (Cmatrix<float>* m : {&R, &Z}) {
-        std::vector<float> l{1}, r{2};
-        BasicAlgo<float>::RotateEqu(*m, l, r);
-        EXPECT_TRUE(l.empty() && r.empty());
-    }
-    EXPECT_EQ(R(1, 2), 1.5f);
-    std::vector<float> l, r;
+    std::vector<float> l{1}, r{2}, l2{1}, r2{2}, l3, r3;
+    BasicAlgo<float>::RotateEqu(R, l, r);
+    BasicAlgo<float>::RotateEqu(Z, l2, r2);
+    EXPECT_TRUE(l.empty() && r.empty() && l2.empty() && r2.empty() && R(1, 2) == 1.5f);
     N(0, 1) = N(1, 0) = std::numeric_limits<float>::infinity();
-    BasicAlgo<float>::RotateEqu(N, l, r);
-    EXPECT_TRUE(std::isnan(N(0, 0)) && std::isnan(N(1, 1)) && l.size() == 2 && std::isnan(l[1]) && std::isnan(r[0]));
+    BasicAlgo<float>::RotateEqu(N, l3, r3);
+    EXPECT_TRUE(std::isnan(N(0, 0)) && std::isnan(N(1, 1)) && l3.size() == 2 && std::isnan(l3[1]) && std::isnan(r3[0]));
 }

@@ -66,34 +66,17 @@ TYPED_TEST(MatrixTyped, ConstructionAccessBlocksRowsAndColumns) {
     EXPECT_EQ(std::vector<T>(c.row_begin(3), c.row_end(3)), (std::vector<T>{6, 7}));
 }
 
-TYPED_TEST(MatrixTyped, ArithmeticByHandAndAgainstEigen) {
+// Rounding and regrouping are pinned bit for bit in matrix_kernel_test; here
+// a matrix combined with itself, and a product against Eigen's.
+TYPED_TEST(MatrixTyped, AliasingAndProductAgainstEigen) {
     using T = TypeParam;
-    Cmatrix<T> z(2, 2, T(0));
-    z += T(2);
-    z -= T(0.5);
-    z *= T(4);
-    EXPECT_EQ(elements(z), std::vector<T>(4, T(6)));
-    const Cmatrix<T> s = z + z, d = s - Cmatrix<T>(2, 2, T(1)), n = -d;
-    EXPECT_TRUE(s(1, 0) == T(12) && d(0, 1) == T(11) && n(1, 1) == T(-11));
-    Cmatrix<T> self = s;  // a matrix added to or subtracted from itself
-    self += self;
-    EXPECT_EQ(self(1, 1), T(24));
-    self -= self;
-    EXPECT_EQ(elements(self), std::vector<T>(4, T(0)));
-    // Summation from the left, each term on its own: (1 + e) rounds to 1, twice; then 1 - 1.
-    const T e = std::numeric_limits<T>::epsilon() / 2;
-    Cmatrix<T> row(1, 4), ones(4, 1, T(1));
-    row(0, 0) = T(1), row(0, 1) = e, row(0, 2) = e, row(0, 3) = T(-1);
-    EXPECT_EQ((row * ones)(0, 0), T(0));
-    // Row times column, column times row (also in place).
-    Cmatrix<T> rowv(1, 3), colv(3, 1);
-    for (unsigned k = 0; k < 3; ++k) rowv(0, k) = T(k + 1), colv(k, 0) = T(k + 4);
-    const Cmatrix<T> dot = rowv * colv, outer = colv * rowv;
-    EXPECT_TRUE(dot.m() == 1u && dot.n() == 1u && dot(0, 0) == T(32));
-    EXPECT_TRUE(outer.m() == 3u && outer.n() == 3u && outer(2, 1) == T(12));
-    colv *= rowv;
-    EXPECT_EQ(elements(colv), elements(outer));
-    // A product against Eigen's.
+    Cmatrix<T> s(2, 2, T(12));
+    s += s;
+    EXPECT_EQ(elements(s), std::vector<T>(4, T(24)));
+    s *= s;
+    EXPECT_EQ(elements(s), std::vector<T>(4, T(1152)));
+    s -= s;
+    EXPECT_EQ(elements(s), std::vector<T>(4, T(0)));
     std::mt19937 rng(9);
     std::uniform_real_distribution<double> u(-10, 10);
     Cmatrix<T> x(6, 4), y(4, 5);
@@ -102,8 +85,7 @@ TYPED_TEST(MatrixTyped, ArithmeticByHandAndAgainstEigen) {
     using EM = Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
     const EM ez = Eigen::Map<const EM>(x.getBase(), 6, 4) * Eigen::Map<const EM>(y.getBase(), 4, 5);
     const Cmatrix<T> p = x * y;
-    for (unsigned i = 0; i < 6; ++i)
-        for (unsigned j = 0; j < 5; ++j) EXPECT_NEAR(p(i, j), ez(i, j), (std::is_same<T, float>::value ? 1e-3 : 1e-11));
+    EXPECT_LT((Eigen::Map<const EM>(p.getBase(), 6, 5) - ez).cwiseAbs().maxCoeff(), (std::is_same<T, float>::value ? 1e-3 : 1e-11));
 }
 
 TYPED_TEST(MatrixTyped, ValueSemanticsAndSwap) {
