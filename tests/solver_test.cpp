@@ -392,8 +392,8 @@ TEST(SolverSvd, DecompositionAgainstEigen) {
     for (unsigned n = 1; n <= 6; ++n) checkSvd(randomMatrix<double>(n, n + 3, rng), 1e-13, "random wide");
     for (unsigned n : {1u, 2u, 3u, 4u, 7u})
         for (unsigned extra : {0u, 3u}) checkSvd(randomMatrix<float>(n + extra, n, rng), 4e-6, "float");
-    // Columns of equal length (the rotation angle's ζ = 0): singular values 3 and 1.
-    checkSvd(fromRows<double>(2, 2, {2, 1, 1, 2}), 1e-15, "equal columns");
+    // Columns of equal or nearly equal length (the rotation's ζ = 0 or tiny, t near 1).
+    for (double d : {0.0, 0x1p-30, 1e-6}) checkSvd(fromRows<double>(2, 2, {2, 1, 1, 2 + d}), 1e-15, "equal columns");
     // Well-conditioned (diagonally dominant): each value to 1e-13 of itself.
     for (unsigned n = 2; n <= 10; ++n) {
         Cmatrix<double> A = randomMatrix<double>(n, n, rng);
