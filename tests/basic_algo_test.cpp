@@ -251,6 +251,20 @@ TYPED_TEST(BasicAlgoT, NewtonRoot) {
     }
     // Root 1e6 + 0.03, unrepresentable in float (floats are 0.0625 apart there): the iteration ends.
     EXPECT_NEAR(B::evalNewtonRoot({1, T(-1000000.03), 1, T(-1000000.03)}, T(999000)), 1000000.03, 0.07);
+    // Wild scales and clustered roots: the iteration always ends, with a number or NaN.
+    const int ex = std::is_same<T, float>::value ? 12 : 40;
+    std::uniform_real_distribution<double> m(-1, 1);
+    std::uniform_int_distribution<int> e(-ex, ex), deg(4, 9);
+    int found = 0;
+    for (int t = 0; t < 3000; ++t) {
+        std::vector<T> c(deg(rng));
+        for (T& x : c) x = T(m(rng) * std::pow(10.0, e(rng)));
+        if (t % 7 == 0) c[1] = c[0] * T(-3);  // clustered: (x - 1)^k patterns
+        const T x = B::evalNewtonRoot(c, T(m(rng) * std::pow(10.0, e(rng) / 4)));
+        ASSERT_FALSE(std::isinf(x));
+        found += std::isfinite(x);
+    }
+    EXPECT_GT(found, 1000);
 }
 
 TYPED_TEST(BasicAlgoT, Quadratics) {
