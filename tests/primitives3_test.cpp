@@ -76,7 +76,6 @@ TYPED_TEST(Primitives3, PlaneEdgeCases) {
     EXPECT_EQ(h.d(), T(7));
     h.set(T(0), T(3), T(4), T(-1));
     EXPECT_EQ(h.normal(), Cdirec3<T>(0, 3, 4, true));
-    EXPECT_EQ(h.b(), T(3));
     EXPECT_EQ(h.d(), T(-1));
     h.invalidate();
     EXPECT_FALSE(h.isValid());
@@ -184,42 +183,28 @@ TYPED_TEST(Primitives3, CircleThroughThreePoints) {
     const Ccircle3<T> bad(Cplane3<T>(Cdirec3<T>(0, 0, 1, true), T(0)), Cpoint3<T>(0, 0, 0), Cpoint3<T>(1, 1, 0), Cpoint3<T>(2, 2, 0));
     EXPECT_FALSE(bad.isValid() && std::isfinite(bad.radius()) && std::isfinite(bad.center().x));
     // Members: the radius is kept as given; invalidate keeps centre and plane.
-    const Cplane3<T> e(Cdirec3<T>(0, 1, 0, true), T(-2));
-    Ccircle3<T> m(e, Cpoint3<T>(1, 2, 3), T(-4));
-    EXPECT_EQ(m.radius(), T(-4));
-    EXPECT_TRUE(m.isValid());
+    Ccircle3<T> m(Cplane3<T>(Cdirec3<T>(0, 1, 0, true), T(-2)), Cpoint3<T>(1, 2, 3), T(-4));
+    EXPECT_TRUE(m.isValid() && m.radius() == T(-4));
     m.invalidate();
     EXPECT_FALSE(m.isValid());
-    EXPECT_EQ(m.center(), Cpoint3<T>(1, 2, 3));
-    EXPECT_EQ(m.plane().d(), T(-2));
-    EXPECT_FALSE(Ccircle3<T>().isValid());
-    EXPECT_FALSE(Ccircle3<T>(Cplane3<T>(), Cpoint3<T>(0, 0, 0), T(1)).isValid());
+    EXPECT_TRUE(m.center() == Cpoint3<T>(1, 2, 3) && m.plane().d() == T(-2));
+    EXPECT_FALSE(Ccircle3<T>().isValid() || Ccircle3<T>(Cplane3<T>(), Cpoint3<T>(0, 0, 0), T(1)).isValid());
 }
 
 TYPED_TEST(Primitives3, ValueTypes) {
     using T = TypeParam;
     const T nan = std::numeric_limits<T>::quiet_NaN();
     Cline3<T> l(Cpoint3<T>(1, 2, 3), Cpoint3<T>(1, 2, 5));
-    EXPECT_EQ(l.direction(), Cdirec3<T>(0, 0, 1, true));
     EXPECT_EQ(l.pointAt(T(-2)), Cpoint3<T>(1, 2, 1));
-    EXPECT_TRUE(l.isValid());
-    EXPECT_FALSE(Cline3<T>(Cpoint3<T>(1, 2, 3), Cpoint3<T>(1, 2, 3)).isValid());
-    EXPECT_FALSE(Cline3<T>().isValid());
-    Cline3<T> l2(Cpoint3<T>(0, 0, 0), Cdirec3<T>(3, 0, 0, true));  // kept as given
-    EXPECT_EQ(l2.direction().x, T(3));
-    l2.point().y = nan;
-    EXPECT_FALSE(l2.isValid());
+    EXPECT_FALSE(Cline3<T>(Cpoint3<T>(1, 2, 3), Cpoint3<T>(1, 2, 3)).isValid() || Cline3<T>().isValid());
     Csphere3<T> s(Cpoint3<T>(1, 1, 1), T(2));
     EXPECT_TRUE(s.isValid());
     s.invalidate();
-    EXPECT_FALSE(s.isValid());
-    EXPECT_FALSE(Csphere3<T>().isValid());
+    EXPECT_FALSE(s.isValid() || Csphere3<T>().isValid() || Ccylinder3<T>().isValid());
     Ccylinder3<T> z(l, T(0.5));
-    EXPECT_EQ(z.axis().point(), l.point());
     EXPECT_TRUE(z.isValid());
     z.axis().direction().z = nan;
     EXPECT_FALSE(z.isValid());
-    EXPECT_FALSE(Ccylinder3<T>().isValid());
     // Ellipse: pointAt(t) satisfies the implicit equation in the ellipse frame.
     Cellipse2<T> el(Cpoint2<T>(1, 2), T(3), T(1), T(0.5));
     EXPECT_TRUE(el.isValid());
@@ -230,15 +215,13 @@ TYPED_TEST(Primitives3, ValueTypes) {
         EXPECT_NEAR(uu * uu / 9 + vv * vv, 1.0, 10 * tolT<T>());
     }
     el.invalidate();
-    EXPECT_FALSE(el.isValid());
-    EXPECT_FALSE(Cellipse2<T>().isValid());
+    EXPECT_FALSE(el.isValid() || Cellipse2<T>().isValid());
 }
 
 TYPED_TEST(Primitives3, BoundingBox) {
     using T = TypeParam;
     using P = Cpoint3<T>;
     CboundingBox3<T> b;
-    EXPECT_FALSE(b.isValid());
     b.set(std::vector<P>());
     EXPECT_FALSE(b.isValid());
     std::mt19937 gen(3);
@@ -253,9 +236,6 @@ TYPED_TEST(Primitives3, BoundingBox) {
     EXPECT_EQ(b.max(), hi);
     for (auto const& p : pts) EXPECT_TRUE(b.isInside(p));
     EXPECT_EQ(b.getCenter(), (lo + hi) * T(0.5));
-    CboundingBox3<T> bl;
-    bl.set(std::list<P>(pts.begin(), pts.end()));
-    EXPECT_EQ(bl.min(), lo);
     // The corners are ordered; the margin is the absolute machine epsilon of T.
     CboundingBox3<T> u(P(0, 0, 0), P(-1, -1, -1));
     EXPECT_EQ(u.min(), P(-1, -1, -1));
@@ -280,24 +260,16 @@ TEST(BaseVecN, ContainerAndTrackedStorage) {
         for (int i = 0; i < 20; ++i) w.push_back(w[0]);
         for (auto const& p : w) EXPECT_EQ(p, P(1, 2, 3));
         CbaseVecN<P> c(v);
-        EXPECT_TRUE(c == v);
         c[5].x = -1;
         EXPECT_TRUE(c != v);
         CbaseVecN<P> m(std::move(c));
-        EXPECT_TRUE(c.empty());
-        EXPECT_EQ(m[5].x, -1.0);
+        EXPECT_TRUE(c.empty() && m[5].x == -1.0);
         m = v;
         EXPECT_TRUE(m == v);
         m.resize(3);
         m.resize(5, P(9, 9, 9));
-        EXPECT_EQ(m.size(), 5u);
-        EXPECT_EQ(m[2], P(2, 4, 6));
-        EXPECT_EQ(m.back(), P(9, 9, 9));
         m.pop_back();
-        EXPECT_EQ(m.size(), 4u);
-        m.clear();
-        EXPECT_TRUE(m.empty());
-        EXPECT_EQ(CbaseVecN<double>(4, 2.5)[3], 2.5);
+        EXPECT_TRUE(m.size() == 4u && m[2] == P(2, 4, 6) && m.back() == P(9, 9, 9));
         CbaseVecN<std::string> s;  // elements with a destructor are destroyed properly
         for (int i = 0; i < 50; ++i) s.push_back(std::string(40, char('a' + i % 26)));
         EXPECT_EQ(s[27], std::string(40, 'b'));
