@@ -68,7 +68,7 @@ TYPED_TEST(Primitives3, PlaneEdgeCases) {
         n[unsigned(k % 3)] = k < 3 ? T(1) : T(-1);
         const Cplane3<T> g(Cdirec3<T>(n.x, n.y, n.z, true), T(0));
         for (P const& ax : {g.pointAt(1, 0), g.pointAt(0, 1)})
-            for (unsigned c = 0; c < 3; ++c) EXPECT_TRUE(ax[c] == T(0) || std::abs(ax[c]) == T(1)) << k << " " << c;
+            EXPECT_EQ(std::abs(ax.x) + std::abs(ax.y) + std::abs(ax.z), T(1)) << k;
     }
     // The normal/d constructor and set(a, b, c, d) store as given (no renormalising).
     Cplane3<T> h(Cdirec3<T>(2, 0, 0, true), T(7));
