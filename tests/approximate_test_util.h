@@ -1,9 +1,11 @@
 // Helpers shared by the tests of the fits: point-vector shorthands, the
-// per-type tolerance and a compact number format for recorded figures.
+// per-type tolerance, Eigen views of points and a compact number format.
 #ifndef METROMATH_TESTS_APPROXIMATE_TEST_UTIL_H
 #define METROMATH_TESTS_APPROXIMATE_TEST_UTIL_H
 
 #include <math/point.h>
+
+#include <Eigen/Dense>
 
 #include <cstdio>
 #include <initializer_list>
@@ -30,6 +32,15 @@ V2<T> pts2(std::initializer_list<std::pair<double, double>> l) {
     V2<T> v;
     for (auto const& p : l) v.emplace_back(static_cast<T>(p.first), static_cast<T>(p.second));
     return v;
+}
+
+template <class P>
+Eigen::Vector3d vec(P const& p) {
+    return Eigen::Vector3d(p.x, p.y, p.z);
+}
+// |sin| of the angle between two directions (0 when parallel or antiparallel).
+inline double sinAngle3(Eigen::Vector3d const& a, Eigen::Vector3d const& b) {
+    return a.cross(b).norm() / (a.norm() * b.norm());
 }
 
 // Scientific notation for the accuracy figures recorded in the test report.
