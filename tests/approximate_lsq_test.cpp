@@ -132,6 +132,11 @@ TYPED_TEST(ApproxLsq, LineSmallAndExactCases) {
     // Through the origin the model a*x + b*y = 1 has no solution.
     approximate<T>::fitLineLsq(pts2<T>({{0, 0}, {1, 1}, {2, 2}}), line);
     EXPECT_TRUE(std::isnan(line.point().x));
+    for (T bad : {std::numeric_limits<T>::quiet_NaN(), std::numeric_limits<T>::infinity()}) {
+        V2<T> b = l;
+        b[2].x = bad;
+        EXPECT_FALSE(std::isfinite(approximate<T>::fitLineLsq(b, line)));
+    }
 }
 
 // Against Eigen's least-squares solution of [x y] (a, b)^T = 1 and the mean
@@ -190,11 +195,8 @@ TEST(ApproxLsqAccuracy, LineFarFromOriginMillionPoints) {
     EXPECT_LT(off(lf), 1e-5);
     // sigma^2 within sampling (0.3 %) and the rounding of terms 1e12 times larger.
     EXPECT_NEAR(ms, 1e-6, 1e-7);
-    RecordProperty("lsq_line_ang", sci(ang(line)));
-    RecordProperty("lsq_line_off", sci(off(line)));
-    RecordProperty("lsq_line_ms_rel", sci(ms / 1e-6 - 1.0));
-    RecordProperty("lsq_line_float_ang", sci(ang(lf)));
-    RecordProperty("lsq_line_float_off", sci(off(lf)));
+    record({{"lsq_line_ang", ang(line)}, {"lsq_line_off", off(line)}, {"lsq_line_ms_rel", ms / 1e-6 - 1.0},
+            {"lsq_line_float_ang", ang(lf)}, {"lsq_line_float_off", off(lf)}});
 }
 
 // Too few points (n <= 3), rank-deficient systems (collinear, coincident) and
@@ -290,18 +292,16 @@ TEST(ApproxLsqAccuracy, ArcAndFullCircleFarFromOrigin) {
         approximate<double>::fitCircleLsq(v, c);
         approximate<double>::fitCircleGeom(v, g);
         approximate<float>::fitCircleLsq(toFloat(v), cf);
-        worstC = std::max(worstC, std::hypot(c.center().x - cx, c.center().y - cy));
-        worstR = std::max(worstR, std::fabs(c.radius() - r));
-        worstGeo = std::max(worstGeo, std::hypot(g.center().x - cx, g.center().y - cy));
-        worstFloat = std::max(worstFloat, std::hypot(cf.center().x - cx, cf.center().y - cy));
+        worst(worstC, std::hypot(c.center().x - cx, c.center().y - cy));
+        worst(worstR, std::fabs(c.radius() - r));
+        worst(worstGeo, std::hypot(g.center().x - cx, g.center().y - cy));
+        worst(worstFloat, std::hypot(cf.center().x - cx, cf.center().y - cy));
     }
     EXPECT_LT(worstC, 0.02) << "geometric fit scatter " << worstGeo;
     EXPECT_LT(worstR, 0.02);
     EXPECT_LT(worstFloat, 0.02);
-    RecordProperty("arc_centre_err_um", sci(worstC * 1e3));
-    RecordProperty("arc_radius_err_um", sci(worstR * 1e3));
-    RecordProperty("arc_geometric_err_um", sci(worstGeo * 1e3));
-    RecordProperty("arc_float_err_um", sci(worstFloat * 1e3));
+    record({{"arc_centre_err_um", worstC * 1e3}, {"arc_radius_err_um", worstR * 1e3},
+            {"arc_geometric_err_um", worstGeo * 1e3}, {"arc_float_err_um", worstFloat * 1e3}});
 
     std::mt19937_64 rng(310);
     const V2<double> v = noisyArc<double>(rng, 1000, cx, cy, r, 0.0, 2 * pi, 1e-3);
@@ -357,14 +357,18 @@ TYPED_TEST(ApproxLsq, SphereMatchesAlgebraicOracleWithSignedRadius) {
     EXPECT_NEAR(s.center().z, 2.0, tolOf<T>(1e-10, 1e-3));
 }
 
-// No count check: empty, one to three points, coincident points and points
-// of one circle are all the NaN-invalid sphere, no throw.
+// No count check: empty, one to three points, coincident points, points of
+// one circle and non-finite points are all the NaN-invalid sphere, no throw.
 TYPED_TEST(ApproxLsq, SphereRankDeficientIsInvalid) {
     using T = TypeParam;
     std::vector<V3<T>> sets{V3<T>(), V3<T>(10, Cpoint3<T>(T(1.5), T(-2), T(3))), V3<T>()};
     for (int k = 0; k < 12; ++k) sets[2].emplace_back(T(3 + 2 * std::cos(k * 0.5)), T(1 + 2 * std::sin(k * 0.5)), T(4));
     V3<T> few;
     for (int n = 0; n < 3; ++n) few.emplace_back(T(n + 1), T(2 * n), T(1)), sets.push_back(few);
+    sets.push_back(sets[2]);
+    sets.back()[4].z = std::numeric_limits<T>::quiet_NaN();
+    sets.push_back(sets[2]);
+    sets.back()[4].y = std::numeric_limits<T>::infinity();
     for (V3<T> const& v : sets) {
         Csphere3<T> s(Cpoint3<T>(0, 0, 0), T(1));
         EXPECT_NO_THROW(approximate<T>::fitSphereLsq(v, s)) << v.size();
@@ -379,7 +383,7 @@ TEST(ApproxLsqAccuracy, SphereConditionGrowsWithDistanceFromOrigin) {
     approximate<double>::fitSphereLsq(noisySphere<double>(rng, 500, 30.0, -20.0, 25.0, 10.0, 0.0), s);
     EXPECT_NEAR(s.center().x, 30.0, 1e-7);
     EXPECT_NEAR(s.radius(), 10.0, 1e-7);
-    RecordProperty("sphere_d45_err", sci(std::fabs(s.radius() - 10.0) + std::fabs(s.center().x - 30.0)));
+    record({{"sphere_d45_err", std::fabs(s.radius() - 10.0) + std::fabs(s.center().x - 30.0)}});
     // 1 um noise near the origin: the centre to sigma level.
     approximate<double>::fitSphereLsq(noisySphere<double>(rng, 10000, 3.0, -2.0, 5.0, 10.0, 1e-3), s);
     EXPECT_NEAR(s.center().x, 3.0, 1e-4);
@@ -389,45 +393,22 @@ TEST(ApproxLsqAccuracy, SphereConditionGrowsWithDistanceFromOrigin) {
     approximate<double>::fitSphereLsq(noisySphere<double>(rng, 500, 1000.0, 0.0, 0.0, 10.0, 0.0), s);
     EXPECT_NEAR(s.center().x, 1000.0, 1e-6);
     EXPECT_NEAR(s.radius(), 10.0, 1e-6);
-    RecordProperty("sphere_d1000_err", sci(std::fabs(s.radius() - 10.0) + std::fabs(s.center().x - 1000.0)));
+    record({{"sphere_d1000_err", std::fabs(s.radius() - 10.0) + std::fabs(s.center().x - 1000.0)}});
     Csphere3<float> sf;
     approximate<float>::fitSphereLsq(noisySphere<float>(rng, 500, 3.0, -2.0, 5.0, 10.0, 0.0), sf);
     EXPECT_NEAR(sf.center().x, 3.0, 1e-4);
     EXPECT_NEAR(sf.radius(), -10.0, 1e-4);
-    RecordProperty("sphere_float_near_err", sci(std::fabs(sf.radius() + 10.0) + std::fabs(sf.center().x - 3.0)));
+    record({{"sphere_float_near_err", std::fabs(sf.radius() + 10.0) + std::fabs(sf.center().x - 3.0)}});
     // float 50 mm out: the uncentred system is beyond single precision.
     approximate<float>::fitSphereLsq(noisySphere<float>(rng, 500, 30.0, -20.0, 25.0, 10.0, 0.0), sf);
     EXPECT_NEAR(sf.radius(), 10.0, 5e-3);
-    RecordProperty("sphere_float_d45_err", sci(std::fabs(sf.radius() - 10.0) + std::fabs(sf.center().x - 30.0)));
+    record({{"sphere_float_d45_err", std::fabs(sf.radius() - 10.0) + std::fabs(sf.center().x - 30.0)}});
 }
 
-// The measures are spreads about the mean: a constant offset of the distances
-// gives 0; fewer than two points or a zero direction give NaN.
-TYPED_TEST(ApproxLsq, DeviationMeasuresIgnoreOffsetsAndRefuseDegenerateInput) {
-    using T = TypeParam;
-    V2<T> ring = pts2<T>({{5, 0}, {0, 5}, {-5, 0}, {0, -5}, {3, 4}, {-4, 3}, {-3, -4}, {4, -3}});
-    for (auto& p : ring) p += Cpoint2<T>(T(10), T(-20));
-    EXPECT_EQ(approximate<T>::StdAbwCircle2(ring, Ccircle2<T>(Cpoint2<T>(T(10), T(-20)), T(1))), T(0));
-    const V2<T> par = pts2<T>({{-3, 2}, {0, 2}, {1, 2}, {7, 2}});
-    const Cpoint2<T> o(T(0), T(0));
-    EXPECT_EQ(approximate<T>::StdAbwLine2(par, Cline2<T>(o, Cdirec2<T>(T(1), T(0), true))), T(0));
-    EXPECT_EQ(approximate<T>::StdAbwLine2(par, Cline2<T>(o, Cdirec2<T>(T(3), T(0), true))), T(0));  // normalised
-    const V3<T> sph{{T(3), T(0), T(0)}, {T(0), T(-3), T(0)}, {T(0), T(0), T(3)}, {T(1), T(2), T(2)}, {T(-2), T(1), T(-2)}};
-    EXPECT_EQ(approximate<T>::StdAbwSphere(sph, Csphere3<T>(Cpoint3<T>(), T(1))), T(0));
-
-    const Ccircle2<T> c(o, T(1));
-    const Cline2<T> l(o, Cdirec2<T>(T(1), T(0), true));
-    for (V2<T> const& v : {V2<T>(), pts2<T>({{1, 2}})}) {
-        EXPECT_TRUE(std::isnan(approximate<T>::StdAbwCircle2(v, c)));
-        EXPECT_TRUE(std::isnan(approximate<T>::StdAbwLine2(v, l)));
-    }
-    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwSphere(V3<T>(), Csphere3<T>(Cpoint3<T>(), T(1)))));
-    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwSphere(V3<T>(1), Csphere3<T>(Cpoint3<T>(), T(1)))));
-    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwLine2(par, Cline2<T>(o, Cdirec2<T>(T(0), T(0), true)))));
-}
-
-// Against the sample standard deviation of the residuals in long double.
-TYPED_TEST(ApproxLsq, DeviationMeasuresMatchDirectEvaluation) {
+// The measures are sample standard deviations about the mean (long double
+// oracle): a constant offset of the distances gives 0; fewer than two points,
+// a zero direction or a non-finite point give NaN.
+TYPED_TEST(ApproxLsq, DeviationMeasures) {
     using T = TypeParam;
     std::mt19937_64 rng(501);
     std::uniform_real_distribution<double> u(-10.0, 10.0);
@@ -457,25 +438,28 @@ TYPED_TEST(ApproxLsq, DeviationMeasuresMatchDirectEvaluation) {
         EXPECT_NEAR(approximate<T>::StdAbwCircle2(v, Ccircle2<T>(q, T(3))), sc, rel * 10 * sc);
         EXPECT_NEAR(approximate<T>::StdAbwSphere(w, Csphere3<T>(Cpoint3<T>(T(1), T(2), T(3)), T(3))), ss, rel * 10 * ss);
     }
-}
+    V2<T> ring = pts2<T>({{5, 0}, {0, 5}, {-5, 0}, {0, -5}, {3, 4}, {-4, 3}, {-3, -4}, {4, -3}});
+    for (auto& p : ring) p += Cpoint2<T>(T(10), T(-20));
+    EXPECT_EQ(approximate<T>::StdAbwCircle2(ring, Ccircle2<T>(Cpoint2<T>(T(10), T(-20)), T(1))), T(0));
+    const V2<T> par = pts2<T>({{-3, 2}, {0, 2}, {1, 2}, {7, 2}});
+    const Cpoint2<T> o(T(0), T(0));
+    const Cline2<T> l(o, Cdirec2<T>(T(1), T(0), true));
+    EXPECT_EQ(approximate<T>::StdAbwLine2(par, l), T(0));
+    EXPECT_EQ(approximate<T>::StdAbwLine2(par, Cline2<T>(o, Cdirec2<T>(T(3), T(0), true))), T(0));  // normalised
+    const V3<T> sph{{T(3), T(0), T(0)}, {T(0), T(-3), T(0)}, {T(0), T(0), T(3)}, {T(1), T(2), T(2)}, {T(-2), T(1), T(-2)}};
+    const Csphere3<T> unit(Cpoint3<T>(), T(1));
+    EXPECT_EQ(approximate<T>::StdAbwSphere(sph, unit), T(0));
 
-// NaN or infinite coordinates: non-finite results (or a solver exception),
-// no crash or hang.
-TEST(ApproxLsqBadInput, NonFinitePoints) {
-    for (double bad : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
-        const V2<double> v2{{0, 1}, {1, 2}, {bad, 1}, {3, 1}, {2, 5}};
-        const V3<double> v3{{0, 0, 1}, {1, 2, 3}, {bad, 1, 2}, {3, 1, 0}, {2, 5, 1}};
-        Cline2<double> l;
-        Csphere3<double> s;
-        EXPECT_FALSE(std::isfinite(approximate<double>::fitLineLsq(v2, l)));
-        try {
-            approximate<double>::fitSphereLsq(v3, s);
-        } catch (CthrowMath const&) {
-        }
-        EXPECT_FALSE(std::isfinite(approximate<double>::StdAbwLine2(v2, Cline2<double>({0, 0}, Cdirec2<double>(1, 0, true)))));
-        EXPECT_FALSE(std::isfinite(approximate<double>::StdAbwCircle2(v2, Ccircle2<double>({0, 0}, 1.0))));
-        EXPECT_FALSE(std::isfinite(approximate<double>::StdAbwSphere(v3, Csphere3<double>({0, 0, 0}, 1.0))));
+    V2<T> bad2 = par;
+    V3<T> bad3 = sph;
+    bad2[1].y = std::numeric_limits<T>::quiet_NaN();
+    bad3[2].x = std::numeric_limits<T>::infinity();
+    for (V2<T> const& v : {V2<T>(), pts2<T>({{1, 2}}), bad2}) {
+        EXPECT_FALSE(std::isfinite(approximate<T>::StdAbwCircle2(v, Ccircle2<T>(o, T(1)))));
+        EXPECT_FALSE(std::isfinite(approximate<T>::StdAbwLine2(v, l)));
     }
+    for (V3<T> const& v : {V3<T>(), V3<T>(1), bad3}) EXPECT_FALSE(std::isfinite(approximate<T>::StdAbwSphere(v, unit)));
+    EXPECT_TRUE(std::isnan(approximate<T>::StdAbwLine2(par, Cline2<T>(o, Cdirec2<T>(T(0), T(0), true)))));
 }
 
 // Coordinates stored elsewhere (an interleaved array, as numpy or a mapped

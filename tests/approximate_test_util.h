@@ -6,7 +6,9 @@
 #include <math/point.h>
 
 #include <Eigen/Dense>
+#include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <initializer_list>
 #include <string>
@@ -48,6 +50,14 @@ inline std::string sci(double v) {
     char buf[32];
     std::snprintf(buf, sizeof buf, "%.3g", v);
     return buf;
+}
+// w = max(w, x), where a NaN x (a failed fit) sticks.
+inline void worst(double& w, double x) {
+    if (!std::isnan(w) && !(x <= w)) w = x;
+}
+// Records the measured figures as test properties (see docs/accuracy.md).
+inline void record(std::initializer_list<std::pair<const char*, double>> l) {
+    for (auto const& p : l) ::testing::Test::RecordProperty(p.first, sci(p.second));
 }
 
 }  // namespace approx_test

@@ -113,42 +113,34 @@ TEST(MomentSums, MergedEqualsWholeForAnyPartitionAndOrder) {
 
 TEST(MomentSums, FitsFromSumsAgreeWithFitsOverPoints) {
     std::mt19937 g(3);
-    const auto p2 = circlePts(g, 2000, 1000.0);
     // The sphere over points uses raw coordinates, the one from sums centred
     // ones: they weight noise differently, so compare on exact points near
     // the origin.  A nearly flat cap far out serves the plane and the line.
+    const auto p2 = circlePts(g, 2000, 1000.0);
     const auto p3 = spherePts(g, 2000, 0.0, 1.0, 0.0), q3 = spherePts(g, 2000, 1500.0, 0.001);
     CmomentSums2<double> s2;
     CmomentSums3<double> s3, t3;
-    s2.add(p2);
-    s3.add(p3);
-    t3.add(q3);
+    s2.add(p2), s3.add(p3), t3.add(q3);
     const Fits a(s2, s3), b(s2, t3);
-    Ccircle2<double> c;
-    Cline2<double> l;
-    Csphere3<double> s;
-    Cplane3<double> e;
-    Cline3<double> l3;
-    approximate<double>::fitCircleLsq(p2, c);
-    approximate<double>::fitLineGeom(p2, l);
-    approximate<double>::fitSphereLsq(p3, s);
-    approximate<double>::fitPlaneGeom(q3, e);
-    approximate<double>::fitLineGeom(q3, l3);
-    EXPECT_LT(rel(a.c.center().x, c.center().x) + rel(a.c.center().y, c.center().y), 1e-10);
-    EXPECT_LT(rel(a.c.radius(), c.radius()), 1e-10);
-    EXPECT_GT(std::fabs(a.l.direction().x * l.direction().x + a.l.direction().y * l.direction().y), 1 - 1e-12);
-    EXPECT_LT(rel(a.s.center().y, s.center().y) + rel(a.s.center().x, s.center().x), 1e-10);
-    EXPECT_LT(rel(a.s.radius(), std::fabs(s.radius())), 1e-10);
-    const double dot = b.e.a() * e.a() + b.e.b() * e.b() + b.e.c() * e.c();
+    Fits pa(s2, s3), pb(s2, t3);  // overwritten with the fits over points
+    approximate<double>::fitCircleLsq(p2, pa.c);
+    approximate<double>::fitLineGeom(p2, pa.l);
+    approximate<double>::fitSphereLsq(p3, pa.s);
+    approximate<double>::fitPlaneGeom(q3, pb.e);
+    approximate<double>::fitLineGeom(q3, pb.l3);
+    EXPECT_LT(rel(a.c.center().x, pa.c.center().x) + rel(a.c.center().y, pa.c.center().y), 1e-10);
+    EXPECT_LT(rel(a.c.radius(), pa.c.radius()), 1e-10);
+    EXPECT_GT(std::fabs(a.l.direction().x * pa.l.direction().x + a.l.direction().y * pa.l.direction().y), 1 - 1e-12);
+    EXPECT_LT(rel(a.s.center().y, pa.s.center().y) + rel(a.s.center().x, pa.s.center().x), 1e-10);
+    EXPECT_LT(rel(a.s.radius(), std::fabs(pa.s.radius())), 1e-10);
+    const double dot = b.e.a() * pb.e.a() + b.e.b() * pb.e.b() + b.e.c() * pb.e.c();
     EXPECT_GT(std::fabs(dot), 1 - 1e-12);
-    EXPECT_LT(rel(b.e.d() * (dot > 0 ? 1 : -1), e.d()), 1e-10);
-    EXPECT_NEAR(b.l3.point().x, l3.point().x, 1e-9);
-    EXPECT_GT(cosLines(b.l3, l3), 1 - 1e-9);
+    EXPECT_LT(rel(b.e.d() * (dot > 0 ? 1 : -1), pb.e.d()), 1e-10);
+    EXPECT_NEAR(b.l3.point().x, pb.l3.point().x, 1e-9);
+    EXPECT_GT(cosLines(b.l3, pb.l3), 1 - 1e-9);
     // Float points: double sums, the same answer as the double points.
-    std::vector<Cpoint2<float>> f2;
-    for (auto const& p : p2) f2.emplace_back(static_cast<float>(p.x), static_cast<float>(p.y));
     CmomentSums2<float> sf;
-    sf.add(f2);
+    for (auto const& p : p2) sf.add(Cpoint2<float>(float(p.x), float(p.y)));
     Ccircle2<float> cf;
     approximate<float>::fitCircleLsq(sf, cf);
     EXPECT_NEAR(cf.radius(), a.c.radius(), 1e-3);
