@@ -376,33 +376,37 @@ TYPED_TEST(ApproxLsq, SphereRankDeficientIsInvalid) {
     }
 }
 
-// The uncentred system loses digits with the distance from the origin.
+// The uncentred system loses digits with the distance from the origin: exact
+// spheres 45 and 1000 from it, 10^4 points with 1 um noise near it (centre to
+// sigma level); in float the origin inside (negative radius) and 45 out.
 TEST(ApproxLsqAccuracy, SphereConditionGrowsWithDistanceFromOrigin) {
+    struct Case {
+        const char* name;
+        double cx, cy, cz, sigma, radius, tol;
+        std::size_t n;
+        bool inFloat;
+    };
+    const Case cases[] = {{"sphere_d45_err", 30, -20, 25, 0, 10, 1e-7, 500, false},
+                          {"sphere_noisy_err", 3, -2, 5, 1e-3, -10, 1e-4, 10000, false},
+                          {"sphere_d1000_err", 1000, 0, 0, 0, 10, 1e-6, 500, false},
+                          {"sphere_float_near_err", 3, -2, 5, 0, -10, 1e-4, 500, true},
+                          {"sphere_float_d45_err", 30, -20, 25, 0, 10, 5e-3, 500, true}};
     std::mt19937_64 rng(403);
-    Csphere3<double> s;
-    approximate<double>::fitSphereLsq(noisySphere<double>(rng, 500, 30.0, -20.0, 25.0, 10.0, 0.0), s);
-    EXPECT_NEAR(s.center().x, 30.0, 1e-7);
-    EXPECT_NEAR(s.radius(), 10.0, 1e-7);
-    record({{"sphere_d45_err", std::fabs(s.radius() - 10.0) + std::fabs(s.center().x - 30.0)}});
-    // 1 um noise near the origin: the centre to sigma level.
-    approximate<double>::fitSphereLsq(noisySphere<double>(rng, 10000, 3.0, -2.0, 5.0, 10.0, 1e-3), s);
-    EXPECT_NEAR(s.center().x, 3.0, 1e-4);
-    EXPECT_NEAR(s.center().z, 5.0, 1e-4);
-    EXPECT_NEAR(std::fabs(s.radius()), 10.0, 1e-4);
-    // 100 radii out about eight of sixteen digits remain.
-    approximate<double>::fitSphereLsq(noisySphere<double>(rng, 500, 1000.0, 0.0, 0.0, 10.0, 0.0), s);
-    EXPECT_NEAR(s.center().x, 1000.0, 1e-6);
-    EXPECT_NEAR(s.radius(), 10.0, 1e-6);
-    record({{"sphere_d1000_err", std::fabs(s.radius() - 10.0) + std::fabs(s.center().x - 1000.0)}});
-    Csphere3<float> sf;
-    approximate<float>::fitSphereLsq(noisySphere<float>(rng, 500, 3.0, -2.0, 5.0, 10.0, 0.0), sf);
-    EXPECT_NEAR(sf.center().x, 3.0, 1e-4);
-    EXPECT_NEAR(sf.radius(), -10.0, 1e-4);
-    record({{"sphere_float_near_err", std::fabs(sf.radius() + 10.0) + std::fabs(sf.center().x - 3.0)}});
-    // float 50 mm out: the uncentred system is beyond single precision.
-    approximate<float>::fitSphereLsq(noisySphere<float>(rng, 500, 30.0, -20.0, 25.0, 10.0, 0.0), sf);
-    EXPECT_NEAR(sf.radius(), 10.0, 5e-3);
-    record({{"sphere_float_d45_err", std::fabs(sf.radius() - 10.0) + std::fabs(sf.center().x - 30.0)}});
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Csphere3<double> s;
+        Csphere3<float> sf;
+        if (c.inFloat) {
+            approximate<float>::fitSphereLsq(noisySphere<float>(rng, c.n, c.cx, c.cy, c.cz, 10.0, c.sigma), sf);
+            s = Csphere3<double>(Cpoint3<double>(sf.center().x, sf.center().y, sf.center().z), sf.radius());
+        } else {
+            approximate<double>::fitSphereLsq(noisySphere<double>(rng, c.n, c.cx, c.cy, c.cz, 10.0, c.sigma), s);
+        }
+        const double err = std::fabs(s.radius() - c.radius) +
+                           (vec(s.center()) - Eigen::Vector3d(c.cx, c.cy, c.cz)).lpNorm<Eigen::Infinity>();
+        EXPECT_LT(err, c.tol);
+        record({{c.name, err}});
+    }
 }
 
 // The measures are sample standard deviations about the mean (long double
