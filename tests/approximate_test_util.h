@@ -1,10 +1,14 @@
 // Helpers shared by the tests of the fits: point-vector shorthands, the
-// per-type tolerance and a compact number format for recorded figures.
+// per-type tolerance, Eigen views of points and a compact number format.
 #ifndef METROMATH_TESTS_APPROXIMATE_TEST_UTIL_H
 #define METROMATH_TESTS_APPROXIMATE_TEST_UTIL_H
 
 #include <math/point.h>
 
+#include <Eigen/Dense>
+#include <gtest/gtest.h>
+
+#include <cmath>
 #include <cstdio>
 #include <initializer_list>
 #include <string>
@@ -32,11 +36,28 @@ V2<T> pts2(std::initializer_list<std::pair<double, double>> l) {
     return v;
 }
 
+template <class P>
+Eigen::Vector3d vec(P const& p) {
+    return Eigen::Vector3d(p.x, p.y, p.z);
+}
+// |sin| of the angle between two directions (0 when parallel or antiparallel).
+inline double sinAngle3(Eigen::Vector3d const& a, Eigen::Vector3d const& b) {
+    return a.cross(b).norm() / (a.norm() * b.norm());
+}
+
 // Scientific notation for the accuracy figures recorded in the test report.
 inline std::string sci(double v) {
     char buf[32];
     std::snprintf(buf, sizeof buf, "%.3g", v);
     return buf;
+}
+// w = max(w, x), where a NaN x (a failed fit) sticks.
+inline void worst(double& w, double x) {
+    if (!std::isnan(w) && !(x <= w)) w = x;
+}
+// Records the measured figures as test properties (see docs/accuracy.md).
+inline void record(std::initializer_list<std::pair<const char*, double>> l) {
+    for (auto const& p : l) ::testing::Test::RecordProperty(p.first, sci(p.second));
 }
 
 }  // namespace approx_test
