@@ -358,6 +358,31 @@ TEST(Spline, RationalQuarterCircle) {
     }
 }
 
+// A rational curve is the projection of its homogeneous curve: A = sum w P N
+// and W = sum w N as plain curves, C = A / W, C' = (A' - W' C) / W,
+// C'' = (A'' - 2 W' C' - W'' C) / W.
+TEST(Spline, RationalIsTheProjectedHomogeneousCurve) {
+    std::mt19937 g(19);
+    const std::vector<double> x = randomClamped(g, 3, 7, 4.0), w{1.0, 0.5, 2.0, 1.5, 0.7, 3.0, 1.2};
+    TsplineBasisPtr bp(new CsplineBasis(basisWith(3, x)));
+    const Pts P = randomPoints(g, 7);
+    Pts A, W;
+    for (int i = 0; i < 7; ++i) A.push_back(P[i] * w[i]), W.push_back(P3(w[i], 0, 0));
+    const Cspline c(bp, P, w), ca(bp, A), cw(bp, W);
+    for (double t : {0.0, 0.3, 1.1, 2.5, 3.9, 4.0}) {
+        SCOPED_TRACE(t);
+        P3 p, d1, d2, a, a1, a2, v, v1, v2;
+        c.derivs(t, p, d1, d2);
+        ca.derivs(t, a, a1, a2);
+        cw.derivs(t, v, v1, v2);
+        const P3 q = a * (1 / v.x), q1 = (a1 - q * v1.x) * (1 / v.x), q2 = (a2 - q1 * (2 * v1.x) - q * v2.x) * (1 / v.x);
+        expectNear3(p, q, 1e-13);
+        expectNear3(c.point(t), q, 1e-13);
+        expectNear3(d1, q1, 1e-12);
+        expectNear3(d2, q2, 1e-11);
+    }
+}
+
 TEST(Spline, RefitOnBasisAndParams) {
     std::mt19937 g(3);
     const std::vector<double> x = randomClamped(g, 4, 12, 9.0);
@@ -636,6 +661,7 @@ TEST(SplineSurf, Errors) {
         {"fit zero rows", CthrowSpline::ERR_INVALID_DATA, [&] { s.fit(Pts(12, P3(1, 1, 1)), 4, 3, 2, 2, 2, 2); }},
     });
     EXPECT_EQ(s.ctrlPoints(), net4);
+    EXPECT_TRUE(CsplineSurf().orderU() == 0 && CsplineSurf().orderV() == 0);
     // Rows of zero length are left out of the mean: a grid whose first column
     // is one point still fits.
     Pts g2(grid);
