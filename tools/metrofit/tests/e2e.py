@@ -29,8 +29,7 @@ def check(cond, what):
 
 class Tool:
     def __init__(self, path, work):
-        self.path = path
-        self.work = work
+        self.path, self.work = path, work
 
     def run(self, *args, stdin=None):
         p = subprocess.run([self.path] + [str(a) for a in args], input=stdin, capture_output=True, timeout=60)
@@ -50,15 +49,13 @@ class Tool:
 
 
 def unit(v):
-    n = math.sqrt(sum(c * c for c in v))
+    n = math.sqrt(sum(x * x for x in v))
     return [c / n for c in v]
 
 
 def angle_between_axes(a, b):
     """Angle between two lines' directions, ignoring orientation."""
-    a, b = unit(a), unit(b)
-    c = abs(sum(x * y for x, y in zip(a, b)))
-    return math.acos(min(1.0, c))
+    return math.acos(min(1.0, abs(sum(x * y for x, y in zip(unit(a), unit(b))))))
 
 
 def dist_point_line(p, q, d):
