@@ -1,15 +1,9 @@
 #!/usr/bin/env python3
-"""End-to-end tests of the installed metrofit.
-
+"""End-to-end tests of the installed metrofit:
     e2e.py --tool PATH/bin/metrofit --data examples/data --work SCRATCH [--group NAME ...]
-
-Runs the tool as a user would: on the sample files (parameters from --json
-against the true values the sample generator used, within tolerances derived
-from the noise), on its outputs (residual file, drawing, table), and on broken
-input and bad command lines (exit status, and exactly one line
-"metrofit: error: ..." naming the problem).  Groups: samples, outputs, errors,
-usage, data; all by default.
-"""
+The tool runs as a user would run it: on the samples (--json parameters against the generator's
+truth, within tolerances derived from the noise), on its outputs (residual file, drawing, table),
+and on broken input and bad command lines (exit status, one line "metrofit: error: ...")."""
 
 import argparse
 import json
@@ -35,8 +29,7 @@ def check(cond, what):
 
 class Tool:
     def __init__(self, path, work):
-        self.path = path
-        self.work = work
+        self.path, self.work = path, work
 
     def run(self, *args, stdin=None):
         p = subprocess.run([self.path] + [str(a) for a in args], input=stdin, capture_output=True, timeout=60)
@@ -55,22 +48,14 @@ class Tool:
         return path
 
 
-def load_truth(data_dir):
-    sys.path.insert(0, data_dir)
-    import gen  # the sample generator, for its TRUTH table
-    return gen
-
-
 def unit(v):
-    n = math.sqrt(sum(c * c for c in v))
+    n = math.sqrt(sum(x * x for x in v))
     return [c / n for c in v]
 
 
 def angle_between_axes(a, b):
     """Angle between two lines' directions, ignoring orientation."""
-    a, b = unit(a), unit(b)
-    c = abs(sum(x * y for x, y in zip(a, b)))
-    return math.acos(min(1.0, c))
+    return math.acos(min(1.0, abs(sum(x * y for x, y in zip(unit(a), unit(b))))))
 
 
 def dist_point_line(p, q, d):
@@ -80,7 +65,6 @@ def dist_point_line(p, q, d):
     return math.sqrt(max(0.0, sum(wi * wi for wi in w) - t * t))
 
 
-# ---------------------------------------------------------------------------
 def group_samples(tool, data, gen):
     T = gen.TRUTH
     bore = os.path.join(data, "bore_edge.csv")
@@ -108,7 +92,8 @@ def group_samples(tool, data, gen):
         # The closed form stays selectable, and agrees on this well-spread arc.
         jl = tool.json("circle", bore, "--method", "lsq")
         if jl:
-            check(jl["function"] == "approximate<double>::fitCircleLsq" and "uncertainties" not in jl,
+            check(jl["function"] == "approximate<double>::fitCircleLsq" and "uncertainties" not in jl and
+                  "solver" not in jl,
                   "circle lsq: function %s" % jl["function"])
             check(abs(jl["parameters"]["radius"] - j["parameters"]["radius"]) < 0.02, "circle lsq: radius")
 
@@ -209,7 +194,6 @@ def group_samples(tool, data, gen):
               "line2: method-specific measures")
 
 
-# ---------------------------------------------------------------------------
 def group_outputs(tool, data, gen):
     bore = os.path.join(data, "bore_edge.csv")
     res_path = os.path.join(tool.work, "bore_res.csv")
@@ -351,45 +335,56 @@ def group_ellipse(tool, data, gen):
         check(math.hypot(tx - fx - 10 * (px - fx), ty - fy - 10 * (py - fy)) < 0.3,
               "ellipse svg: whisker (%g,%g)-(%g,%g) vs point (%g,%g)" % (fx, fy, tx, ty, px, py))
 
-    expect_error(tool, ["ellipse", path, "--radius", "20"], 2,
-                 r"--radius is not available for ellipse with method geom; a fixed radius is offered for circle, "
-                 r"sphere, cylinder \(method geom\)$")
-    expect_error(tool, ["ellipse", path, "-m", "lsq"], 2, r"method 'lsq' is not available for ellipse; available: geom, lm$")
-    expect_error(tool, ["circle", path, "-m", "lm"], 2, r"method 'lm' is not available for circle; available: geom, lsq$")
-    expect_error(tool, ["ellipse", tool.write("four.csv", "\n".join(rows[:4]) + "\n")], 1,
-                 r"ellipse fit needs at least 5 points, found 4$")
-    expect_error(tool, ["ellipse", tool.write("eline.csv", "".join("%d,%d\n" % (i, 3 - i) for i in range(9)))], 1,
-                 r"collinear, an ellipse is not determined$")
+    for args, code, pattern in (
+            (["ellipse", path, "--radius", "20"], 2, r"--radius is not available for ellipse with method geom; a fixed "
+             r"radius is offered for circle, sphere, cylinder \(method geom\)$"),
+            (["ellipse", path, "-m", "lsq"], 2, r"method 'lsq' is not available for ellipse; available: geom, lm$"),
+            (["circle", path, "-m", "lm"], 2, r"method 'lm' is not available for circle; available: geom, lsq$"),
+            (["ellipse", tool.write("four.csv", "\n".join(rows[:4]) + "\n")], 1, r"ellipse fit needs at least 5 points, found 4$"),
+            (["ellipse", tool.write("eline.csv", "".join("%d,%d\n" % (i, 3 - i) for i in range(9)))], 1,
+             r"collinear, an ellipse is not determined$")):
+        expect_error(tool, args, code, pattern)
 
 
-# ---------------------------------------------------------------------------
-def expect_error(tool, args, code, pattern, stdin=None):
+def expect_error(tool, args, code, pattern, stdin=None, quiet=False):
     rc, out, err = tool.run(*args, stdin=stdin)
     label = " ".join(os.path.basename(str(a)) for a in args)
     check(rc == code, "%s: exit %d, want %d (stderr %r)" % (label, rc, code, err))
     lines = err.splitlines()
     ok = len(lines) == 1 and lines[0].startswith("metrofit: error: ") and re.search(pattern, lines[0])
     check(ok, "%s: stderr %r, want one error line matching %r" % (label, err, pattern))
-    check("FEHLER" not in out, "%s: library message on stdout %r" % (label, out))
+    check("FEHLER" not in out and not (quiet and out), "%s: output on stdout %r" % (label, out))
     return lines[0] if lines else ""
 
 
 def group_errors(tool, data, gen):
     w = tool.write
-    # Malformed lines: the message names file and line.
-    expect_error(tool, ["circle", w("bad.csv", "x,y\n1,2\n3,4\n5,abc\n6,7\n")], 1, r"bad\.csv:4: not a number: 'abc'")
-    expect_error(tool, ["circle", w("cols.txt", "1 2\n3 4\n5 6 7\n")], 1, r"cols\.txt:3: expected 2 values")
-    expect_error(tool, ["circle", w("nan.txt", "# c\n1 2\n3 4\nnan 6\n7 8\n")], 1, r"nan\.txt:4: NaN")
-    expect_error(tool, ["plane", w("inf.txt", "1 2 3\n4 5 -inf\n")], 1, r"inf\.txt:2: infinite")
-    expect_error(tool, ["sphere", w("huge.txt", "1 2 3\n4 5 1e999\n")], 1, r"huge\.txt:2: infinite or out-of-range")
-    expect_error(tool, ["circle", w("xyz.txt", "1 2 3\n")], 1, r"xyz\.txt:1: this fit needs 2 values")
-    expect_error(tool, ["circle", w("bin.dat", b"\x00\x01\xff\xfe garbage\n", "wb")], 1, r"bin\.dat:1: control character 0x00")
-
-    # Too few points.
-    expect_error(tool, ["circle", w("three.csv", "0,1\n1,0\n-1,0\n")], 1, r"circle fit needs at least 4 points, found 3")
-    expect_error(tool, ["sphere", w("empty.txt", "")], 1, r"needs at least 4 points, found 0")
-    expect_error(tool, ["line2", w("one.txt", "x y\n1 2\n")], 1, r"needs at least 2 points, found 1")
-
+    near = "".join("%.12f,%.12f\n" % (i, 0.5 * i + 3 + 1e-9 * (i % 3)) for i in range(20))
+    ring = "".join("%.9f %.9f 4\n" % (math.cos(k), math.sin(k)) for k in range(12))
+    # (fit, file, content, pattern): malformed lines name file and line; too few points;
+    # degenerate configurations.  All exit 1.
+    for fit, name, text, pattern in (
+            ("circle", "bad.csv", "x,y\n1,2\n3,4\n5,abc\n6,7\n", r"bad\.csv:4: not a number: 'abc'"),
+            ("circle", "cols.txt", "1 2\n3 4\n5 6 7\n", r"cols\.txt:3: expected 2 values"),
+            ("circle", "nan.txt", "# c\n1 2\n3 4\nnan 6\n7 8\n", r"nan\.txt:4: NaN"),
+            ("plane", "inf.txt", "1 2 3\n4 5 -inf\n", r"inf\.txt:2: infinite"),
+            ("sphere", "huge.txt", "1 2 3\n4 5 1e999\n", r"huge\.txt:2: infinite or out-of-range"),
+            ("circle", "xyz.txt", "1 2 3\n", r"xyz\.txt:1: this fit needs 2 values"),
+            ("circle", "bin.dat", b"\x00\x01\xff\xfe garbage\n", r"bin\.dat:1: control character 0x00"),
+            ("circle", "long.csv", "1,2\n" + "1" * 100000 + "\n", r"long\.csv:2: line longer than 65536 bytes"),
+            ("circle", "three.csv", "0,1\n1,0\n-1,0\n", r"circle fit needs at least 4 points, found 3"),
+            ("sphere", "empty.txt", "", r"needs at least 4 points, found 0"),
+            ("line2", "one.txt", "x y\n1 2\n", r"needs at least 2 points, found 1"),
+            ("circle", "collinear.csv", "".join("%d,%d\n" % (i, 2 * i + 1) for i in range(10)),
+             r"collinear, a circle is not determined"),
+            ("circle", "nearline.csv", near, r"degenerate"),
+            ("sphere", "ring.txt", ring, r"coplanar, a sphere is not determined"),
+            ("plane", "line.txt", "".join("%d %d %d\n" % (i, i, i) for i in range(6)), r"collinear, a plane is not determined"),
+            ("plane", "line3pts.txt", "0 0 0\n1 1 1\n2 2 2\n", r"three points are collinear"),
+            ("plane", "near3.txt", "0 0 0\n1 0 0\n2 2e-9 0\n", r"three points are collinear"),
+            ("line3", "same.txt", "1 2 3\n1 2 3\n1 2 3\n", r"coincide"),
+            ("line2", "same2.txt", "1 2\n1 2\n", r"coincide")):
+        expect_error(tool, [fit, w(name, text, "wb" if isinstance(text, bytes) else "w")], 1, pattern, quiet=True)
     # Unreadable files.
     expect_error(tool, ["circle", os.path.join(tool.work, "missing.csv")], 1, r"cannot open .*No such file")
     expect_error(tool, ["circle", tool.work], 1, r"is a directory")
@@ -397,20 +392,6 @@ def group_errors(tool, data, gen):
         locked = w("locked.csv", "1,2\n")
         os.chmod(locked, 0)
         expect_error(tool, ["circle", locked], 1, r"cannot open .*Permission denied")
-
-    # Degenerate configurations.
-    expect_error(tool, ["circle", w("collinear.csv", "".join("%d,%d\n" % (i, 2 * i + 1) for i in range(10)))], 1,
-                 r"collinear, a circle is not determined")
-    near = "".join("%.12f,%.12f\n" % (i, 0.5 * i + 3 + 1e-9 * (i % 3)) for i in range(20))
-    expect_error(tool, ["circle", w("nearline.csv", near)], 1, r"degenerate")
-    ring = "".join("%.9f %.9f 4\n" % (math.cos(k), math.sin(k)) for k in range(12))
-    expect_error(tool, ["sphere", w("ring.txt", ring)], 1, r"coplanar, a sphere is not determined")
-    expect_error(tool, ["plane", w("line.txt", "".join("%d %d %d\n" % (i, i, i) for i in range(6)))], 1,
-                 r"collinear, a plane is not determined")
-    expect_error(tool, ["plane", w("line3pts.txt", "0 0 0\n1 1 1\n2 2 2\n")], 1, r"three points are collinear")
-    expect_error(tool, ["plane", w("near3.txt", "0 0 0\n1 0 0\n2 2e-9 0\n")], 1, r"three points are collinear")
-    expect_error(tool, ["line3", w("same.txt", "1 2 3\n1 2 3\n1 2 3\n")], 1, r"coincide")
-    expect_error(tool, ["line2", w("same2.txt", "1 2\n1 2\n")], 1, r"coincide")
     origin = w("origin.csv", "".join("%d,%d\n" % (i, 2 * i) for i in range(-3, 5)))
     expect_error(tool, ["line2", origin, "--method", "lsq"], 1, r"through the origin.*--method geom")
     j = tool.json("line2", origin)  # the orthogonal fit has no trouble with it
@@ -459,26 +440,22 @@ def group_errors(tool, data, gen):
     expect_error(tool, ["circle", own, "--svg", alias], 2, r"the SVG file '.*alias\.csv' is the input file")
     check(open(own).read() == text, "input file changed")
 
-    # An overlong line is refused with its number.
-    expect_error(tool, ["circle", w("long.csv", "1,2\n" + "1" * 100000 + "\n")], 1,
-                 r"long\.csv:2: line longer than 65536 bytes")
-
 
 def group_usage(tool, data, gen):
     bore = os.path.join(data, "bore_edge.csv")
-    expect_error(tool, ["torus", bore], 2, r"unknown fit 'torus'; choose one of line2, line3, circle, sphere, plane, cylinder, ellipse$")
-    expect_error(tool, ["circle"], 2, r"FILE is required")
-    expect_error(tool, [], 2, r"required")
-    expect_error(tool, ["circle", bore, "--frobnicate"], 2, r"frobnicate")
-    expect_error(tool, ["cylinder", bore, "--method", "lsq"], 2, r"method 'lsq' is not available for cylinder; available: geom")
-    expect_error(tool, ["plane", bore, "--radius", "5"], 2, r"--radius is not available for plane with method geom")
-    expect_error(tool, ["circle", bore, "-m", "lsq", "--radius", "5"], 2, r"--radius is not available for circle with method lsq")
-    expect_error(tool, ["sphere", bore, "--radius", "0"], 2, r"--radius needs a positive number$")
-    expect_error(tool, ["line3", bore, "--method", "banana"], 2, r"method 'banana' is not available for line3")
-    expect_error(tool, ["circle", bore, "--magnify", "-3"], 2, r"--magnify needs a positive number$")
-    expect_error(tool, ["circle", bore, "--magnify", "inf"], 2, r"--magnify needs a positive number$")
-    expect_error(tool, ["circle", bore, "--magnify", "x"], 2, r"magnify")
-    expect_error(tool, ["circle", bore, "extra"], 2, r"extra")
+    for args, pattern in (
+            (["torus", bore], r"unknown fit 'torus'; choose one of line2, line3, circle, sphere, plane, cylinder, ellipse$"),
+            (["circle"], r"FILE is required"), ([], r"required"), (["circle", bore, "--frobnicate"], r"frobnicate"),
+            (["cylinder", bore, "--method", "lsq"], r"method 'lsq' is not available for cylinder; available: geom"),
+            (["plane", bore, "--radius", "5"], r"--radius is not available for plane with method geom"),
+            (["circle", bore, "-m", "lsq", "--radius", "5"], r"--radius is not available for circle with method lsq"),
+            (["sphere", bore, "--radius", "0"], r"--radius needs a positive number$"),
+            (["line3", bore, "--method", "banana"], r"method 'banana' is not available for line3"),
+            (["circle", bore, "--magnify", "-3"], r"--magnify needs a positive number$"),
+            (["circle", bore, "--magnify", "inf"], r"--magnify needs a positive number$"),
+            (["sphere", bore, "--radius", "nan"], r"--radius needs a positive number$"),
+            (["circle", bore, "--magnify", "x"], r"magnify"), (["circle", bore, "extra"], r"extra")):
+        expect_error(tool, args, 2, pattern, quiet=True)
 
 
 def group_data(tool, data, gen):
@@ -503,7 +480,8 @@ def main():
     args = ap.parse_args()
     os.makedirs(args.work, exist_ok=True)
     tool = Tool(os.path.abspath(args.tool), os.path.abspath(args.work))
-    gen = load_truth(os.path.abspath(args.data))
+    sys.path.insert(0, os.path.abspath(args.data))
+    import gen  # the sample generator, for its TRUTH table
     for name in args.group or list(GROUPS):
         print("== " + name)
         GROUPS[name](tool, os.path.abspath(args.data), gen)
