@@ -291,24 +291,22 @@ TYPED_TEST(Robust, Matrix) {
     sweep<Cmatrix<T>>("matrix", matrices<T>(), {
         {"arithmetic", 0, {FIN, FIN, FIN, FIN}, [](Mat<T> const& c) {
              Cmatrix<T> const& A = c.v;
-             Cmatrix<T> B = A, At = A.transp(), P = A * At, Q = At, I = A, R;
-             B += A, B -= A, B += T(1), B -= T(1), B *= T(2), Q *= A;
-             EXPECT_TRUE(At.m() == A.n() && At.n() == A.m() && P.m() == A.m() && P.n() == A.m() && Q.m() == A.n());
+             Cmatrix<T> B = A, At = A.transp(), P = A * At, I = A;
+             B += A, B -= A, B *= T(2);
+             EXPECT_TRUE(At.m() == A.n() && At.n() == A.m() && P.m() == A.m() && P.n() == A.m());
              I.setIdentity(), I.setMatrix(1, 1, A), I.setMatrix(A.m(), A.n(), A);
              std::vector<T> v;
              if (A.m() > 0) {
                  A.getRow(0, v);
                  EXPECT_EQ(v.size(), A.n());
                  I.setRow(0, std::vector<T>(7, T(1)));
-                 I.setRow(0, std::vector<T>());
              }
              if (A.n() > 0) {
                  A.getCol(0, v);
                  EXPECT_EQ(v.size(), A.m());
                  I.setCol(0, std::vector<T>(7, T(1)));
              }
-             R.resize(A.n(), A.m());
-             touch(-A), touch(A + B), touch(A - B), touch(P), touch(Q), touch(I), touch(R);
+             touch(-A), touch(A + B), touch(A - B), touch(P), touch(I);
              EXPECT_EQ(A.byteSize(), A.m() * A.n() * sizeof(T));
              return FIN;
          }},
@@ -382,11 +380,9 @@ TYPED_TEST(Robust, Solvers) {
              return valid(c.cls != degenerate || (o == THR && g_id == CthrowMath::ERR_MATRIX_NOTSQUARE));
          }},
         {"lu det", 0, {ANY, ANY, ANY, ANY}, [](Mat<T> const& c) {
-             Csolver_luDecomp<T> lu2;
-             TRY("set", lu2.setMatrix(c.v)), TRY("det2", lu2.getDet());
-             Csolver_luDecomp<T> lu(c.v);
-             lu.getDet();
-             return FIN;
+             Csolver_luDecomp<T> lu;
+             TRY("set", lu.setMatrix(c.v));
+             return TRY("det", lu.getDet());
          }},
         {"svd", 0, {FIN, FIN, FIN, FIN}, [](Mat<T> const& c) {
              for (T tol : {T(0), T(-1), nan<T>(), inf<T>(), T(2.220446049250313e-16)}) {
@@ -531,14 +527,14 @@ TYPED_TEST(Robust, PlanarSets) {
              return t == 1 ? NIL : FIN;
          }},
         {"editing", 0, {FIN, FIN, FIN, FIN}, [](Set2<T> const& s) {
-             P poly(s.v), q;
+             P poly(s.v);
              poly.preprocess(), poly.add(T(1), T(2));
              EXPECT_FALSE(poly.isPreprocessed());
              poly.add(std::vector<Cpoint2<T>>{{nan<T>(), T(1)}, {inf<T>(), T(0)}}), poly.add(s.v);
              EXPECT_FALSE(poly.remove(poly.size()));
              EXPECT_TRUE(poly.remove(0u));
              poly.remove(Cpoint2<T>(nan<T>(), T(1))), poly.preprocess(), poly.area();
-             q = s.v;
+             P q(s.v);
              q.set(Crect2<T>(T(0), T(0), T(1), T(1)));
              EXPECT_EQ(q.type(), 3);
              q.clear();
@@ -732,29 +728,19 @@ TYPED_TEST(Robust, Primitives) {
              for (P2 p : {P2(v, T(1)), P2(T(2), v), P2(v, v), P2(T(0), T(0))})
                  for (P2 q : {P2(T(3), T(4)), p, P2(T(0), T(0))}) {
                      const bool same = fin(p) && p.x == q.x && p.y == q.y;
-                     Cline2<T> l(p, q), lp(p), ld(p, Cdirec2<T>(q));
+                     Cline2<T> l(p, q);
                      EXPECT_FALSE((same || anyNaN(p)) && l.isValid());
-                     EXPECT_FALSE(p.x == T(0) && p.y == T(0) && lp.isValid());
-                     for (Cline2<T> const* L : {&l, &lp, &ld}) {
-                         Cdirec2<T> n;
-                         T d, dist, arc;
-                         P2 f;
-                         L->getHNF(n, d), L->getDistArc(dist, arc), L->getLotPoint(f), L->pointAt(T(2));
-                         if (L->isValid() && fin(L->point()) && std::fabs(L->point().x) < T(1e10) && std::fabs(L->point().y) < T(1e10)) {
-                             EXPECT_TRUE(fin(d) && fin(dist));
-                         }
+                     EXPECT_FALSE(p.x == T(0) && p.y == T(0) && Cline2<T>(p).isValid());
+                     Cdirec2<T> n;
+                     T d, dist, arc;
+                     l.getHNF(n, d), l.getDistArc(dist, arc);
+                     if (l.isValid() && fin(l.point()) && std::fabs(l.point().x) < T(1e10) && std::fabs(l.point().y) < T(1e10)) {
+                         EXPECT_TRUE(fin(d) && fin(dist));
                      }
-                     Ccircle2<T> c3(p, q, P2(T(-1), T(5))), cr(p, q.x);
-                     EXPECT_FALSE((same || anyNaN(p)) && c3.isValid());
-                     cr.invalidate();
-                     EXPECT_FALSE(cr.isValid());
-                     Crect2<T> r(p, q), r2(p, q.x, q.y), r3(q.x, q.y, p.x, p.y);
+                     EXPECT_FALSE((same || anyNaN(p)) && Ccircle2<T>(p, q, P2(T(-1), T(5))).isValid());
+                     Crect2<T> r(p, q);
                      EXPECT_FALSE(anyNaN(p) && r.isValid());
-                     for (Crect2<T> const* R : {&r, &r2, &r3}) {
-                         Crect2<T> n = R->normalize();
-                         n.pointIsIn(p), n.pointIsRealIn(q), n.pointOnBorder(p), R->intersects(r3);
-                         (void)(R->intersect(r2) == R->unite(r));
-                     }
+                     r.normalize().pointIsIn(q), (void)(r.intersect(r) == r.unite(r));
                  }
              EXPECT_FALSE(Crect2<T>().isValid());
              return valid(Cline2<T>(P2(v, T(1)), P2(T(3), T(4))).isValid());
@@ -776,26 +762,21 @@ TYPED_TEST(Robust, Primitives) {
          }},
         // Planes and circles in space; a circle through three coincident points is none.
         {"Cplane3 Ccircle3", 0, {0, FIN, INV, ANY}, [](Input<V> const& c) {
-             const P3 o(T(0), T(0), T(0)), ex(T(1), T(0), T(0)), ey(T(0), T(1), T(0)), p(c.v[0], T(1), T(2));
+             const P3 o(T(0), T(0), T(0)), ex(T(1), T(0), T(0)), p(c.v[0], T(1), T(2));
              EXPECT_FALSE(std::isnan(p.x) && Cplane3<T>(p, p, ex).isValid());
              for (P3 const& q : probes3<T>()) {
-                 for (Cplane3<T> const& E : {Cplane3<T>(o, ex, q), Cplane3<T>(q, Cdirec3<T>(q)), Cplane3<T>(Cdirec3<T>(T(0), T(0), T(1)), q.z)}) {
-                     E.pointAt(q.x, q.y);
-                     Ccircle3<T>(E, ex, ey, q).isValid();
+                 for (Cplane3<T> const& E : {Cplane3<T>(o, ex, q), Cplane3<T>(q, Cdirec3<T>(q))}) {
                      Ccircle3<T> c2(E, q, q, q);
                      EXPECT_TRUE(!E.isValid() || !fin(q) || !c2.isValid() || !fin(c2.radius()) || c2.radius() == T(0));
                  }
                  CboundingBox3<T> b;
                  b.set(std::vector<P3>{q, o});
-                 b.isInside(q), b.getCenter();
-                 b.set(std::vector<P3>());
-                 EXPECT_FALSE(b.isValid());
+                 b.isInside(q);
              }
              return valid(Cplane3<T>(o, ex, P3(T(1), c.v[0], T(1))).isValid());
          }},
-        // Quaternions and 3D transformations with the value in each component:
-        // NaN gives invalid results, rotation matrices stay in [-1, 1], the
-        // zero quaternion is no rotation.
+        // The value in each quaternion component: NaN gives invalid results,
+        // rotation matrices stay in [-1, 1], the zero quaternion is no rotation.
         {"Cquaternion CtransPrm3", 0, {0, FIN, INV, ANY}, [](Input<V> const& c) {
              const T v = c.v[0];
              unsigned o = FIN;
@@ -803,50 +784,35 @@ TYPED_TEST(Robust, Primitives) {
                  T q4[4] = {T(0.5), T(0.5), T(0.5), T(0.5)};
                  q4[pos] = v;
                  Cquaternion<T> q(q4[0], q4[1], q4[2], q4[3]), n = q.normalized();
-                 q.norm();
-                 if (!n.isValid()) o = INV;
-                 EXPECT_FALSE(Cquaternion<T>(T(0), T(0), T(0), T(0)).normalized().isValid());
-                 n.conjugate(), (void)(n * q), n *= q, n.rotate(P3(v, T(1), T(2)));
-                 T R[3][3];
+                 o = n.isValid() ? o : INV;
+                 T R[3][3], ang;
                  n.getRotMatrix(R);
                  for (auto& row : R)
                      for (T x : row) EXPECT_TRUE(std::isnan(x) || (x >= T(-1) && x <= T(1)));
-                 Cmatrix<T> M;
                  Cdirec3<T> ax;
-                 T ang;
-                 n.getRotMatrix(M);
-                 Cquaternion<T> back(M), back2(R), aa(Cdirec3<T>(v, T(1), T(0)), v);
-                 n.getAxisAngle(ax, ang), aa.getAxisAngle(ax, ang);
+                 Cquaternion<T>(R).getAxisAngle(ax, ang);
                  CtransPrm3<T> tp(q, P3(v, T(0), T(1)), v);
                  EXPECT_FALSE(std::isnan(v) && tp.isValid());
-                 tp.setScale(T(0));
-                 P3 p(T(1), v, T(2)), r;
-                 tp.transform(p), tp.transform(p, r), tp.retransform(r), tp.retransform(p, r);
                  std::vector<P3> ps = probes3<T>(), out;
-                 tp.transform(ps), tp.transform(ps, out);
+                 tp.transform(ps, out), tp.retransform(ps);
                  EXPECT_EQ(out.size(), ps.size());
-                 tp.retransform(ps), tp.retransform(ps, out);
-                 tp.transform(std::vector<P3>(), out), (void)(tp.inverse() * tp);
-                 EXPECT_TRUE(out.empty());
                  tp.setRotation(Cquaternion<T>(T(0), T(0), T(0), T(0)));
                  EXPECT_FALSE(tp.isValid());
              }
+             EXPECT_FALSE(Cquaternion<T>(T(0), T(0), T(0), T(0)).normalized().isValid());
              return o;
          }},
         // Cutting a cloud at a NaN or negative distance or at an invalid plane
         // gives nothing; never more points than went in.
         {"cutPointCloud", 0, {0, FIN, INV, ANY}, [](Input<V> const& c) {
              const T d = c.v[0];
-             CbaseVecN<P3> in, out, empty;
+             CbaseVecN<P3> in, out;
              for (auto const& p : probes3<T>()) in.push_back(p);
              for (auto const& p : probes3<T>()) {
                  Cplane3<T> e(p, Cdirec3<T>(T(0), T(0), T(1)));
                  const bool ok = tools<T>::cutPointCloud(e, d, in, out);
                  EXPECT_TRUE(!(std::isnan(d) || d < T(0) || !e.isValid()) || (!ok && out.empty()));
                  EXPECT_LE(out.size(), in.size());
-                 CbaseVecN<P3> same = in;
-                 tools<T>::cutPointCloud(e, d, same, same), tools<T>::cutPointCloud(e, d, empty, out);
-                 EXPECT_TRUE(same.size() <= in.size() && out.empty());
              }
              return valid(tools<T>::cutPointCloud(Cplane3<T>(P3(), Cdirec3<T>(T(0), T(0), T(1))), std::fabs(d), in, out));
          }},
@@ -872,7 +838,6 @@ TYPED_TEST(Robust, Geometric) {
     using P2 = Cpoint2<T>;
     using P3 = Cpoint3<T>;
     auto queries = [](P3 const& p, std::vector<P3> const& pr) {
-        const std::vector<T> sp = specials<T>();
         std::vector<P2> pr2;
         for (auto const& q : pr) pr2.push_back(P2(q.x, q.y));
         std::vector<T> dist;
@@ -882,52 +847,35 @@ TYPED_TEST(Robust, Geometric) {
             EXPECT_EQ(dist.size(), pr.size());
         };
         const P3 o(T(0), T(0), T(0));
-        const Cplane3<T> e(p, Cdirec3<T>(T(0), T(0), T(1))), e2(Cdirec3<T>(p), T(1)), e3(Cdirec3<T>(T(1), T(0), T(0)), p.x);
+        const Cplane3<T> e(p, Cdirec3<T>(T(0), T(0), T(1))), e2(Cdirec3<T>(p), T(1));
         const Cline3<T> l(p, Cdirec3<T>(T(1), T(1), T(0))), l2(o, p), l3(P3(T(0), T(1), T(1)), Cdirec3<T>(p));
-        const Csphere3<T> s(p, T(2)), s2(o, p.x), unit(P3(T(1), T(0), T(0)), T(1));
+        const Csphere3<T> s(p, T(2)), s2(o, p.x);
         const Ccylinder3<T> z(l, p.y);
-        (void)(G::distance(e, p) + G::distance(l2, p) + G::distance(s, p) + G::distance(z, p));
         each([&] { G::distance(e2, pr, dist); }), each([&] { G::distance(l, pr, dist); });
         each([&] { G::distance(s2, pr, dist); }), each([&] { G::distance(z, pr, dist); });
         each([&] { G::distance(p, pr, dist); });
-        for (Cellipse2<T> const& el : {Cellipse2<T>(P2(p.x, T(0)), T(3), p.y, p.z), Cellipse2<T>(P2(), p.x, T(1), T(0)),
-                                       Cellipse2<T>(P2(), T(3), T(1), T(0.3))})
-            G::distance(el, P2(p.x, p.y)), each([&] { G::distance(el, pr2, dist); });
-        P3 q = p, x;
+        for (Cellipse2<T> const& el : {Cellipse2<T>(P2(p.x, T(0)), T(3), p.y, p.z), Cellipse2<T>(P2(), p.x, T(1), T(0))})
+            each([&] { G::distance(el, pr2, dist); });
+        P3 x;
         std::vector<P3> pc = pr, none;
-        G::project(l, q), G::project(e2, q), G::project(l2, pc), G::project(e, pc);
+        G::project(l2, pc), G::project(e, pc);
         EXPECT_FALSE(G::project(l, none));
         EXPECT_TRUE(G::intersect(e, l3, x) || std::isnan(x.x));
-        Cline3<T> li;
-        T gap, rms;
         std::pair<T, T> t;
-        G::intersect(e, e2, li), G::intersect(e, e3, li), G::intersect(l, l2, x), G::intersect(l3, l2, x, gap);
-        G::intersect(e, e2, e3, x), G::intersect(s2, l3, t);
         EXPECT_TRUE(G::intersect(s, l, t) || (std::isnan(t.first) && std::isnan(t.second)));
-        std::pair<P3, P3> seg;
-        G::intersect(CboundingBox3<T>(o, p), l, seg), G::intersect(CboundingBox3<T>(), l, seg);
-        G::intersect(CboundingBox3<T>(P3(T(-1), T(-1), T(-1)), P3(T(1), T(1), T(1))), l3, seg);
-        for (auto const& ls : {std::vector<Cline3<T>>{}, {l}, {l, l2, l3}, {l, l, l}}) G::intersect(ls, x, rms);
+        T rms;
         for (bool side : {false, true})
-            for (auto const& ss : {std::vector<Csphere3<T>>{}, {s}, {s, s2}, {s, s2, unit}, {s, s, s, s}}) G::intersect(ss, x, side);
-        const P2 p2(p.x, p.y);
-        const Cline2<T> a(p2, P2(T(1), T(1))), b(P2(T(0), T(0)), Cdirec2<T>(T(0), T(1)));
-        P2 s2p = p2;
-        std::vector<P2> ps2c = pr2, none2;
-        G::intersect(a, b, s2p), G::intersect(a, a, s2p), G::project(b, s2p), G::project(a, ps2c);
-        (void)(G::distance(a, p2) + G::distance(a, b) + G::distance(b, a));
+            for (auto const& ss : {std::vector<Csphere3<T>>{}, {s}, {s, s2}, {s, s, s, s}}) G::intersect(ss, x, side);
+        G::intersect(std::vector<Cline3<T>>{l, l2, l3}, x, rms);
+        const Cline2<T> a(P2(p.x, p.y), P2(T(1), T(1))), b(P2(T(0), T(0)), Cdirec2<T>(T(0), T(1)));
+        std::vector<P2> none2;
         each([&] { G::distance(b, pr2, dist); });
         EXPECT_FALSE(G::project(b, none2));
-        const Ccircle2<T> c1(p2, T(1)), c2(p2, T(2)), cz(P2(), p.z);
-        for (bool side : {false, true})
-            for (auto const& cs : {std::vector<Ccircle2<T>>{}, {c1}, {c1, cz}, {c1, c1, c2}}) G::intersect(cs, s2p, side);
-        std::vector<P3> op = pr, op2 = pr;
-        std::vector<T> res;
-        for (std::size_t k = 0; k < op.size(); ++k) res.push_back(sp[k % sp.size()]);
-        G::outlier(op, res, p.x);
+        P2 s2p;
+        G::intersect(a, b, s2p);
+        std::vector<P3> op2 = pr;
         EXPECT_FALSE(G::outlier(op2, std::vector<T>(1), T(1)));
         EXPECT_EQ(op2.size(), pr.size());
-        return valid(fin(x) || std::isnan(x.x));
     };
     sweep<V>("geometric", values<T>(), {{"queries", 0, {FIN, FIN, FIN, FIN}, [&](Input<V> const& c) {
         for (P3 const& p : {P3(c.v[0], T(1), T(2)), P3(T(1), c.v[0], T(2)), P3(T(1), T(2), c.v[0])}) queries(p, probes3<T>());
@@ -939,7 +887,6 @@ TYPED_TEST(Robust, Geometric) {
             std::vector<P3> pts(2 + g.count(8));
             for (auto& p : pts) p = g.p3();
             queries(g.p3(), pts);
-            Cline2<T> l(g.p2(), g.p2());
             Ccircle2<T> c(g.p2(), g.p2(), g.p2());
             EXPECT_TRUE(!c.isValid() || !std::isnan(c.radius()));
             Cquaternion<T> q(g.val(), g.val(), g.val(), g.val());
