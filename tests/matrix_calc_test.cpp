@@ -232,10 +232,6 @@ TEST(MatrixCalcDouble, EigenvaluesAgainstEigen) {
         EXPECT_LT((Ve * Ve.transpose() - Eigen::MatrixXd::Identity(n, n)).cwiseAbs().maxCoeff(), 1e-13);
         EXPECT_LT((toEigen(A0) * Ve.transpose() - Ve.transpose() * E).cwiseAbs().maxCoeff(), 1e-13 * lmax);
     }
-    const double expect[] = {5, 2, 2, 2, -1, 0};
-    Cmatrix<double> E = cases.back(), V;
-    CmatrixCalc<double>::getEigenvalue(E, V);
-    for (unsigned k = 0; k < 6; ++k) EXPECT_NEAR(E(k, k), expect[k], 1e-14 * 5);
 }
 
 TYPED_TEST(MatrixCalcTyped, EigenvalueSpecialMatrices) {
@@ -258,16 +254,6 @@ TYPED_TEST(MatrixCalcTyped, EigenvalueSpecialMatrices) {
     CmatrixCalc<T>::getEigenvalue(one, W);
     EXPECT_TRUE(one(0, 0) == T(-5) && W(0, 0) == T(1));
     EXPECT_NO_THROW(CmatrixCalc<T>::getEigenvalue(none, W));
-    // A covariance of micrometre-sized features in metres: the scale of the
-    // entries must not matter.
-    Cmatrix<T> C = fromRows<T>(3, 3, {4, 1, 0.5, 1, 3, 0.25, 0.5, 0.25, 1}), Cs = C, Vc, Vs;
-    Cs *= T(1e-12);
-    CmatrixCalc<T>::getEigenvalue(C, Vc);
-    CmatrixCalc<T>::getEigenvalue(Cs, Vs);
-    for (unsigned k = 0; k < 3; ++k) {
-        EXPECT_NEAR(Cs(k, k) * T(1e12), C(k, k), 100 * tolOf<T>());
-        EXPECT_NEAR(std::fabs(Vc(k, 0) * Vs(k, 0) + Vc(k, 1) * Vs(k, 1) + Vc(k, 2) * Vs(k, 2)), 1, 20 * tolOf<T>());
-    }
     // Non-finite input ends with the sweep limit (plain int 0), never hangs;
     // DiagTri on a non-square matrix throws the same.
     Cmatrix<T> nan = fromRows<T>(3, 3, {1, 2, 3, 2, 1, 0, 3, 0, 1}), rect(2, 3);
@@ -307,50 +293,14 @@ TEST(MatrixCalcDouble, TriDiagSkipIsRelativeToTheMatrixScale) {
     }
 }
 
-TYPED_TEST(MatrixCalcTyped, TriDiagAndDiagTriStages) {
+TYPED_TEST(MatrixCalcTyped, DiagTriWithWrongShapedV) {
     using T = TypeParam;
-    std::mt19937 rng(8);
-    const unsigned n = 6;
-    Cmatrix<T> A = randomSymmetric<T>(n, rng), V, I(n, n);
-    I.setIdentity();
-    const Cmatrix<T> A0 = A;
-    // QR_TriDiag: tridiagonal (exact zeros), symmetric, V·A0·Vᵀ = A, V orthogonal.
-    CmatrixCalc<T>::QR_TriDiag(A, V);
-    for (unsigned i = 0; i < n; ++i)
-        for (unsigned j = 0; j < n; ++j) {
-            EXPECT_EQ(A(i, j), A(j, i));
-            if (i > j + 1) {
-                EXPECT_EQ(A(i, j), T(0));
-            }
-        }
-    expectMatNear(V * A0 * V.transp(), A, 20 * tolOf<T>());
-    expectMatNear(V * V.transp(), I, 10 * tolOf<T>());
-    // DiagTri: diagonal (exact zeros), still V·A0·Vᵀ = A.
-    CmatrixCalc<T>::DiagTri(A, V);
-    for (unsigned i = 0; i < n; ++i)
-        for (unsigned j = 0; j < n; ++j) EXPECT_TRUE(i == j || A(i, j) == T(0));
-    expectMatNear(V * A0 * V.transp(), A, 20 * tolOf<T>());
-    // DiagTri with a V of the wrong shape starts from the identity; 2 ± √2 and 2.
     Cmatrix<T> Tm = fromRows<T>(3, 3, {2, 1, 0, 1, 2, 1, 0, 1, 2}), W(2, 5, T(3));
     CmatrixCalc<T>::DiagTri(Tm, W);
     ASSERT_EQ(W.m(), 3u);
     std::vector<double> d{Tm(0, 0), Tm(1, 1), Tm(2, 2)};
     std::sort(d.begin(), d.end());
     EXPECT_LT((Eigen::Vector3d(d.data()) - Eigen::Vector3d(2 - std::sqrt(2.0), 2, 2 + std::sqrt(2.0))).cwiseAbs().maxCoeff(), 4 * tolOf<T>());
-}
-
-TYPED_TEST(MatrixCalcTyped, SortDiagonalPermutation) {
-    using T = TypeParam;
-    Cmatrix<T> A(5, 5, T(0)), P(2, 2, T(9)), keep(1, 1, T(9));
-    const T diag[] = {1, -4, 4, 0, -1};
-    for (unsigned i = 0; i < 5; ++i) A(i, i) = diag[i];
-    CmatrixCalc<T>::sortDiagonal(A, P);
-    const unsigned order[] = {1, 2, 0, 4, 3};  // |−4| = |4|: index 1 first; |1| = |−1|: index 0 first
-    ASSERT_EQ(P.m(), 5u);
-    for (unsigned k = 0; k < 5; ++k)
-        for (unsigned i = 0; i < 5; ++i) EXPECT_EQ(P(k, i), i == order[k] ? T(1) : T(0));
-    CmatrixCalc<T>::sortDiagonal(fromRows<T>(1, 2, {1, 2}), keep);
-    EXPECT_EQ(keep(0, 0), T(9));
 }
 
 TYPED_TEST(MatrixCalcTyped, Eigenvalue2x2Sym) {

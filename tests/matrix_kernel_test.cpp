@@ -71,13 +71,10 @@ template <class T>
 
 }  // namespace
 
-// One table of m x k x n shapes: widths around every vector and tile width
-// (4, 8, 16 lanes; tiles of 2 or 3 vectors), heights around the tile heights
-// (4, 8), inner lengths around the k-block of 256, large shapes for packing
-// and several k-blocks with ragged edges, row-times-column and outer products,
-// an empty inner length.  Every third shape carries ±inf, NaN, a zero to meet
-// the infinity and overflowing products; every shape is also tried all -0
-// (sums start from +0).  Both a * b and a *= b against the plain loop.
+// One table of m x k x n shapes around every vector, tile and k-block width,
+// packed and unpacked B, ragged edges, outer products and an empty inner length;
+// every third shape with ±inf, NaN and overflow, every shape also all -0 (sums
+// start from +0).  Both a * b and a *= b against the plain loop.
 TYPED_TEST(MatrixKernel, ProductMatchesTheTextbookLoopBitForBit) {
     using T = TypeParam;
     std::mt19937 rng(41);

@@ -8,10 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include <Eigen/Dense>
 
 #include <limits>
-#include <random>
 #include <vector>
 
 using math::Cmatrix;
@@ -67,8 +65,8 @@ TYPED_TEST(MatrixTyped, ConstructionAccessBlocksRowsAndColumns) {
 }
 
 // Rounding and regrouping are pinned bit for bit in matrix_kernel_test; here
-// a matrix combined with itself, and a product against Eigen's.
-TYPED_TEST(MatrixTyped, AliasingAndProductAgainstEigen) {
+// a matrix combined with itself.
+TYPED_TEST(MatrixTyped, AliasingWithItself) {
     using T = TypeParam;
     Cmatrix<T> s(2, 2, T(12));
     s += s;
@@ -77,15 +75,6 @@ TYPED_TEST(MatrixTyped, AliasingAndProductAgainstEigen) {
     EXPECT_EQ(elements(s), std::vector<T>(4, T(1152)));
     s -= s;
     EXPECT_EQ(elements(s), std::vector<T>(4, T(0)));
-    std::mt19937 rng(9);
-    std::uniform_real_distribution<double> u(-10, 10);
-    Cmatrix<T> x(6, 4), y(4, 5);
-    for (T& v : x) v = T(u(rng));
-    for (T& v : y) v = T(u(rng));
-    using EM = Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
-    const EM ez = Eigen::Map<const EM>(x.getBase(), 6, 4) * Eigen::Map<const EM>(y.getBase(), 4, 5);
-    const Cmatrix<T> p = x * y;
-    EXPECT_LT((Eigen::Map<const EM>(p.getBase(), 6, 5) - ez).cwiseAbs().maxCoeff(), (std::is_same<T, float>::value ? 1e-3 : 1e-11));
 }
 
 TYPED_TEST(MatrixTyped, ValueSemanticsAndSwap) {
@@ -97,12 +86,10 @@ TYPED_TEST(MatrixTyped, ValueSemanticsAndSwap) {
         const T* pa = a.getBase();
         a.swap(b);  // constant time: the blocks change hands
         EXPECT_TRUE(b.getBase() == pa && a.m() == 2u && a.n() == 5u);
-        Cmatrix<T> c(a);
+        Cmatrix<T> c(a);  // a deep copy
         c(0, 0) = 9;
         EXPECT_EQ(a(0, 0), T(2));
-        Cmatrix<T> d = std::move(c);
-        EXPECT_EQ(d(0, 0), T(9));
-        a = d;
+        a = std::move(c);
         a = a;
         EXPECT_EQ(a(0, 0), T(9));
     }

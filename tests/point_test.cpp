@@ -19,24 +19,6 @@ TEST(Point, ToleranceConstantsAreExact) {
     EXPECT_EQ(tol::eps<double>(), std::numeric_limits<double>::epsilon());
 }
 
-TEST(Point, Operators) {
-    Cpoint2<double> a(1, 2), b(3, -4);
-    EXPECT_TRUE(a + b == Cpoint2<double>(4, -2) && a - b == Cpoint2<double>(-2, 6) && -a == Cpoint2<double>(-1, -2));
-    EXPECT_TRUE(a * 2.0 == Cpoint2<double>(2, 4) && 2.0 * a == Cpoint2<double>(2, 4));
-    EXPECT_TRUE(a.dot(b) == -5.0 && a.cross(b) == -10.0 && b.length() == 5.0 && a[0] == 1.0 && a[1] == 2.0);
-    Cpoint3<float> p(1, 0, 0), q(0, 1, 0), r(1, 2, 3);
-    EXPECT_TRUE(p.cross(q) == Cpoint3<float>(0, 0, 1) && q.cross(p) == Cpoint3<float>(0, 0, -1));
-    EXPECT_EQ((Cpoint3<float>(2, 3, 6)).length(), 7.0f);
-    r[2] = 9;
-    EXPECT_EQ(r.z, 9.0f);
-    r += Cpoint3<float>(1, 1, 1);
-    r *= 2.0f;
-    EXPECT_EQ(r, Cpoint3<float>(4, 6, 20));
-    // Fields in order and nothing else.
-    static_assert(sizeof(Cpoint2<double>) == 2 * sizeof(double), "layout");
-    static_assert(sizeof(Cpoint3<float>) == 3 * sizeof(float), "layout");
-}
-
 TEST(Point, DirectionNormalisation) {
     Cdirec2<double> d(Cpoint2<double>(3, 4)), z(Cpoint2<double>(0, 0));
     EXPECT_TRUE(d.x == 0.6 && d.y == 0.8 && d.isValid());
@@ -53,10 +35,6 @@ TEST(Point, DirectionNormalisation) {
     Cdirec3<float> n3(0, 0, 1);
     n3.z = std::numeric_limits<float>::quiet_NaN();
     EXPECT_FALSE(n3.isValid());
-    // Random vectors normalise to unit length.
-    std::mt19937 rng(7);
-    std::uniform_real_distribution<double> u(-1e3, 1e3);
-    for (int i = 0; i < 1000; ++i) EXPECT_NEAR(Cdirec3<double>(Cpoint3<double>(u(rng), u(rng), u(rng))).length(), 1.0, 4e-16);
 }
 
 // Components whose squares overflow or underflow are normalised through a
@@ -152,12 +130,4 @@ TEST(Point, ScalarHelpers) {
     EXPECT_TRUE(std::signbit(M::min(0.0, -0.0)) && std::signbit(M::max(0.0, -0.0)) && !std::signbit(M::min(-0.0, 0.0)));
     EXPECT_EQ(F::pythag(3e30f, 4e30f), 5e30f);  // squares overflow float, not double
     EXPECT_EQ(F::pythag(1e-30f, 1e-30f), static_cast<float>(1e-30f * std::sqrt(2.0)));
-    // pythag against a long double reference.
-    std::mt19937 rng(11);
-    std::uniform_real_distribution<double> u(-1e5, 1e5);
-    for (int i = 0; i < 2000; ++i) {
-        const double a = u(rng), b = u(rng);
-        const double ref = static_cast<double>(std::sqrt(static_cast<long double>(a) * a + static_cast<long double>(b) * b));
-        EXPECT_NEAR(M::pythag(a, b), ref, 4.5e-16 * ref);
-    }
 }
