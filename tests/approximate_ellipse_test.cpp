@@ -91,12 +91,7 @@ TYPED_TEST(EllipseFit, ExactPointsAnyShapeOffsetAndAngle) {
                 // a < b in every other case: the fit must swap to a >= b.
                 Ell e{off + 3.1, off - 7.4, 20.0, 20.0 * q, th};
                 if (++k % 2) std::swap(e.a, e.b);
-                V2<T> pts;
-                for (int i = 0; i < 41; ++i) {
-                    double x, y, nx, ny;
-                    onEllipse(e, 0.3 + 2 * kPi * i / 41 + 0.05 * std::sin(3.0 * i), x, y, nx, ny);
-                    pts.emplace_back(T(x), T(y));
-                }
+                const V2<T> pts = noisyEllipse<T>(e, 41, 0.0, 0);
                 for (bool lm : {false, true}) {
                     SCOPED_TRACE(::testing::Message() << "b/a " << q << " angle " << th << " offset " << off << lm);
                     Cellipse2<T> el;

@@ -93,25 +93,24 @@ TYPED_TEST_SUITE(ApproxLsq, FitTypes);
 // vertical-line branch (B == 0), an exact line, and the origin blind spot.
 TYPED_TEST(ApproxLsq, LineSmallAndExactCases) {
     using T = TypeParam;
-    for (std::size_t n : {0u, 1u}) {
-        V2<T> v = pts2<T>({{1, 2}});
-        v.resize(n);
-        Cline2<T> line(Cpoint2<T>(T(5), T(6)), Cdirec2<T>(T(1), T(0), true));
-        EXPECT_TRUE(std::isnan(approximate<T>::fitLineLsq(v, line)));
-        EXPECT_TRUE(std::isnan(line.point().x) && std::isnan(line.direction().x) && !line.isValid());
-        CqLineLsqNStdAbw<T> rec{T(7)};
-        approximate<T>::fitLineLsqN(v, line, rec);
-        EXPECT_TRUE(std::isnan(rec.meanSqDist));
-    }
     const V2<T> two = pts2<T>({{1, 2}, {4, 6}});
     Cline2<T> line;
-    EXPECT_TRUE(std::isnan(approximate<T>::fitLineLsq(two, line)));
-    EXPECT_EQ(line.point(), two[0]);
-    EXPECT_EQ(line.direction().x, T(0.6));
-    EXPECT_EQ(line.direction().y, T(0.8));
-    CqLineLsqNStdAbw<T> rec{T(0)};
-    approximate<T>::fitLineLsqN(two, line, rec);
-    EXPECT_TRUE(std::isnan(rec.meanSqDist));
+    CqLineLsqNStdAbw<T> rec;
+    for (std::size_t n : {0u, 1u, 2u}) {
+        const V2<T> v(two.begin(), two.begin() + n);
+        line = Cline2<T>(Cpoint2<T>(T(5), T(6)), Cdirec2<T>(T(1), T(0), true));
+        EXPECT_TRUE(std::isnan(approximate<T>::fitLineLsq(v, line))) << n;  // no deviation below 3 points
+        if (n < 2) {
+            EXPECT_TRUE(std::isnan(line.point().x) && std::isnan(line.direction().x) && !line.isValid());
+        } else {
+            EXPECT_EQ(line.point(), two[0]);
+            EXPECT_EQ(line.direction().x, T(0.6));
+            EXPECT_EQ(line.direction().y, T(0.8));
+        }
+        rec.meanSqDist = T(7);
+        approximate<T>::fitLineLsqN(v, line, rec);
+        EXPECT_TRUE(std::isnan(rec.meanSqDist)) << n;
+    }
     approximate<T>::fitLineLsq(pts2<T>({{1, 2}, {1, 2}}), line);
     EXPECT_FALSE(line.isValid());
 
@@ -360,9 +359,6 @@ TYPED_TEST(ApproxLsq, DeviationMeasures) {
         EXPECT_NEAR(approximate<T>::StdAbwCircle2(v, Ccircle2<T>(q, T(3))), sc, rel * 10 * sc);
         EXPECT_NEAR(approximate<T>::StdAbwSphere(w, Csphere3<T>(Cpoint3<T>(T(1), T(2), T(3)), T(3))), ss, rel * 10 * ss);
     }
-    V2<T> ring = pts2<T>({{5, 0}, {0, 5}, {-5, 0}, {0, -5}, {3, 4}, {-4, 3}, {-3, -4}, {4, -3}});
-    for (auto& p : ring) p += Cpoint2<T>(T(10), T(-20));
-    EXPECT_EQ(approximate<T>::StdAbwCircle2(ring, Ccircle2<T>(Cpoint2<T>(T(10), T(-20)), T(1))), T(0));
     const V2<T> par = pts2<T>({{-3, 2}, {0, 2}, {1, 2}, {7, 2}});
     const Cpoint2<T> o(T(0), T(0));
     const Cline2<T> l(o, Cdirec2<T>(T(1), T(0), true));
@@ -370,7 +366,6 @@ TYPED_TEST(ApproxLsq, DeviationMeasures) {
     EXPECT_EQ(approximate<T>::StdAbwLine2(par, Cline2<T>(o, Cdirec2<T>(T(3), T(0), true))), T(0));  // normalised
     const V3<T> sph{{T(3), T(0), T(0)}, {T(0), T(-3), T(0)}, {T(0), T(0), T(3)}, {T(1), T(2), T(2)}, {T(-2), T(1), T(-2)}};
     const Csphere3<T> unit(Cpoint3<T>(), T(1));
-    EXPECT_EQ(approximate<T>::StdAbwSphere(sph, unit), T(0));
 
     V2<T> bad2 = par;
     V3<T> bad3 = sph;
