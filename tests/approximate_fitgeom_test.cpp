@@ -183,6 +183,26 @@ TEST(GeomFitReference, NullSpaceDataFarOutAndRotated) {
         EXPECT_LE((vec(s.center()) - off).norm(), tol);
         EXPECT_NEAR(s.radius(), R, tol);
     }
+    {  // circle in space on a 126 degree arc: point i deviates by e_i along
+       // cos b_i radial + sin b_i normal
+        auto b = [](int i) { return 0.9 * std::sin(3.0 * i); };
+        const Eigen::VectorXd e = nullSpaceDeviations(6, [&](int i, Eigen::MatrixXd& J) {
+            const double t = arc(i, 2.2), cb = std::cos(b(i)), sb = std::sin(b(i));
+            J.row(i) << cb * std::cos(t), cb * std::sin(t), sb, sb * std::cos(t), sb * std::sin(t), cb; }, 44);
+        V3<double> p;
+        for (int i = 0; i < n; ++i) {
+            const double t = arc(i, 2.2), rr = R + e(i) * std::cos(b(i));
+            p.push_back(pt3<double>(off + Q * Vector3d(rr * std::cos(t), rr * std::sin(t), e(i) * std::sin(b(i)))));
+        }
+        Ccircle3<double> k;
+        CqCircle3GeomStdAbw<double> rec;
+        approximate<double>::fitCircleGeom(p, k, rec);
+        ASSERT_TRUE(rec.converged);
+        EXPECT_LE((vec(k.center()) - off).norm(), tol);
+        EXPECT_NEAR(k.radius(), R, tol);
+        EXPECT_LE(sinAngle3(normalOf(k), Q.col(2)), 1e-9);
+        EXPECT_NEAR(rec.sumSqDist, e.squaredNorm(), 1e-9 * e.squaredNorm());
+    }
     {  // cylinder, 115 degree arc, 60 long: columns cos, sin, z cos, z sin, 1
         auto t = [](int i) { return 2.0 * ((i * 13) % n) / n; };
         auto z = [&](int i) { return arc(i, 60.0); };
