@@ -134,10 +134,8 @@ TYPED_TEST(GeomFit, GanderGolubStrebelCircle) {
         mean += d / 6, ss += (d - k.radius()) * (d - k.radius());
     }
     EXPECT_NEAR(k.radius(), mean, tolOf<T>(1e-13, 1e-5));
-    EXPECT_LE(rec.iterations, 30u);
     EXPECT_NEAR(rec.sumSqDist, ss, tolOf<T>(1e-12, 1e-5));
     EXPECT_NEAR(rec.stdAbw, std::sqrt(ss / 3), tolOf<T>(1e-12, 1e-5));
-    EXPECT_GT(rec.uRadius, 0);
 }
 
 // Deviations e of 40 points with the components along the columns of the
@@ -290,11 +288,10 @@ TYPED_TEST(GeomFit, RfixPicksTheFreeFitsSideAndIsOptimal) {
     using T = TypeParam;
     const double R = 50.0;
     V2<T> p;
-    V3<T> p3, pc, ps;
+    V3<T> pc, ps;
     for (int i = 0; i < 30; ++i) {
         const double t = 1.0 + (kPi / 6) * i / 29, x = 10 + R * std::cos(t), y = 20 + R * std::sin(t);
         p.emplace_back(T(x), T(y));  // a 30 degree arc about (10, 20)
-        p3.emplace_back(T(x), T(y), T(5));
         for (double z : {0.0, 10.0, 20.0}) pc.emplace_back(T(x), T(y), T(z));  // symmetric heights: no tilt
         ps.push_back(pt3<T>(R * capDir(i, 30, 0.5)));
     }
@@ -316,12 +313,6 @@ TYPED_TEST(GeomFit, RfixPicksTheFreeFitsSideAndIsOptimal) {
         EXPECT_NEAR(gx, 0, tolOf<T>(1e-10, 1e-3));
         EXPECT_NEAR(gy, 0, tolOf<T>(1e-10, 1e-3));
         EXPECT_NEAR(rf == R ? k.center().x : T(10), 10, tolOf<T>(1e-9, 1e-3));  // the true circle
-        Ccircle3<T> k3;
-        approximate<T>::fitCircleGeomRfix(p3, T(rf), k3);
-        ASSERT_TRUE(k3.isValid());
-        EXPECT_NEAR(k3.center().x, k.center().x, tolOf<T>(1e-8, 1e-2));
-        EXPECT_NEAR(k3.center().y, k.center().y, tolOf<T>(1e-8, 1e-2));
-        EXPECT_NEAR(k3.center().z, 5, tolOf<T>(1e-8, 1e-3));
         Ccylinder3<T> cy;
         approximate<T>::fitCylinderGeomRfix(pc, T(rf), cy);
         ASSERT_TRUE(cy.isValid());
@@ -442,12 +433,6 @@ TYPED_TEST(GeomFit, BadInputGivesInvalidResultsAndSaysWhy) {
     Ccylinder3<T> cy;
     approximate<T>::fitCylinderGeom(line, Ccylinder3<T>(), cy);
     EXPECT_FALSE(cy.isValid());
-    // The ring itself is a fine circle in space and a zero-length cylinder.
-    Ccircle3<T> k3;
-    approximate<T>::fitCircleGeom(ring, k3);
-    EXPECT_NEAR(k3.radius(), 1, tolOf<T>(1e-12, 1e-5));
-    approximate<T>::fitCylinderGeom(ring, cy);
-    EXPECT_NEAR(cy.radius(), 1, tolOf<T>(1e-12, 1e-5));
 }
 
 }  // namespace

@@ -22,22 +22,6 @@ double sinAngle2(double ax, double ay, double bx, double by) {
     return std::fabs(ax * by - ay * bx) / (std::hypot(ax, ay) * std::hypot(bx, by));
 }
 
-// Centred scatter of a point set in double and its eigen decomposition
-// (eigenvalues increasing).
-struct Scatter {
-    Vector3d mean = Vector3d::Zero();
-    Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> es;
-};
-template <class T>
-Scatter scatterOf(V3<T> const& v) {
-    Scatter s;
-    for (auto const& p : v) s.mean += vec(p) / double(v.size());
-    Eigen::Matrix3d C = Eigen::Matrix3d::Zero();
-    for (auto const& p : v) C += (vec(p) - s.mean) * (vec(p) - s.mean).transpose();
-    s.es.compute(C);
-    return s;
-}
-
 // Points of a plane through c with normal nrm over a patch of half sizes a, b,
 // normal noise sigma.
 template <class T>
@@ -129,47 +113,6 @@ TYPED_TEST(ApproxGeom, Line2SmallSetsAndClosedFormulaCases) {
     }
 }
 
-// Both planar forms against the principal axis of the centred scatter.
-TYPED_TEST(ApproxGeom, Line2MatchesPrincipalAxis) {
-    using T = TypeParam;
-    std::mt19937_64 rng(601);
-    std::uniform_real_distribution<double> pos(-20.0, 20.0), ang(-3.2, 3.2), noise(0.001, 0.3);
-    std::normal_distribution<double> g(0.0, 1.0);
-    for (int trial = 0; trial < 200; ++trial) {
-        const std::size_t n = 3 + trial % 50;
-        const double a = ang(rng), s = noise(rng), x0 = pos(rng), y0 = pos(rng);
-        V2<T> v(n);
-        for (auto& p : v) {
-            const double t = 5.0 * g(rng), o = s * g(rng);
-            p = Cpoint2<T>(T(x0 + t * std::cos(a) - o * std::sin(a)), T(y0 + t * std::sin(a) + o * std::cos(a)));
-        }
-        V3<T> v3;
-        for (auto const& p : v) v3.emplace_back(p.x, p.y, T(0));
-        const Scatter sc = scatterOf(v3);
-        const Eigen::Vector3d ev = sc.es.eigenvalues();  // ev[0] = 0 (the z axis)
-        const Vector3d axis = sc.es.eigenvectors().col(2);
-        // The axis is determined to eps * lambda_max / (lambda_max - lambda_min).
-        const double gap = ev[2] / (ev[2] - ev[1]);
-        Cline2<T> line, line2;
-        CqLineGeom2DStdAbw<T> rec;
-        approximate<T>::fitLineGeom(v, line);
-        approximate<T>::fitLineGeom(v, line2, rec);
-        EXPECT_LT(sinAngle2(line.direction().x, line.direction().y, axis.x(), axis.y()), tolOf<T>(1e-11, 3e-4) * gap);
-        EXPECT_NEAR(line.point().x, sc.mean.x(), tolOf<T>(2e-11, 2e-4)) << trial;
-        EXPECT_NEAR(line.point().y, sc.mean.y(), tolOf<T>(2e-11, 2e-4)) << trial;
-        // Raw sums in T: float loses the digits of the centroid's square.
-        EXPECT_LT(sinAngle2(line2.direction().x, line2.direction().y, axis.x(), axis.y()), tolOf<T>(1e-8, 3e-2) * gap);
-        EXPECT_NEAR(std::hypot(line2.direction().x, line2.direction().y), 1.0, tolOf<T>(1e-15, 1e-6));
-        const double along = std::sqrt(ev[2] / (n - 1)), orth = std::sqrt(std::max(0.0, ev[1]) / (n - 1));
-        EXPECT_NEAR(rec.stdAbwAlong, along, tolOf<T>(1e-9, 1e-3) * along) << trial;
-        // float: the small eigenvalue may cancel below zero (NaN root).
-        if (!std::is_same<T, float>::value || !std::isnan(rec.stdAbwOrth)) {
-            EXPECT_NEAR(rec.stdAbwOrth, orth, tolOf<T>(1e-9, 1e-3) * (along + sc.mean.norm())) << trial;
-            EXPECT_LE(rec.stdAbwOrth, rec.stdAbwAlong);
-        }
-    }
-}
-
 // Exactly axis-parallel data: the 2x2 rotation divides by the zero
 // off-diagonal term; the record form gives NaN, the closed form a result.
 TYPED_TEST(ApproxGeom, Line2RecordNaNOnAxisParallelData) {
@@ -220,55 +163,25 @@ TEST(ApproxGeomAccuracy, Line2FarFromOrigin) {
             {"line2_rec_orth", rec.stdAbwOrth}, {"line2_float_ang", ang(lf)}, {"line2_float_off", off(lf)}});
 }
 
-// n < 2: NaN; two points: the two-point line; otherwise both spatial forms
-// give the principal axis, the record the spreads along the three axes.
-TYPED_TEST(ApproxGeom, Line3SmallSetsAndPrincipalAxis) {
+// n < 2: NaN line and record; two points: the two-point line, NaN record.
+TYPED_TEST(ApproxGeom, Line3SmallSets) {
     using T = TypeParam;
-    for (std::size_t n : {0u, 1u}) {
-        const V3<T> v(n, Cpoint3<T>(T(1), T(2), T(3)));
+    const V3<T> two{Cpoint3<T>(T(1), T(2), T(3)), Cpoint3<T>(T(3), T(5), T(9))};
+    for (std::size_t n : {0u, 1u, 2u}) {
+        const V3<T> v(two.begin(), two.begin() + n);
         Cline3<T> a(Cpoint3<T>(), Cdirec3<T>(T(1), T(0), T(0), true)), b = a;
         CqLineGeom3DStdAbw<T> rec{T(1), T(1), T(1)};
         approximate<T>::fitLineGeom(v, a);
         approximate<T>::fitLineGeom(v, b, rec);
-        EXPECT_TRUE(allNaN(a.point().x, a.direction().x, b.point().x) && std::isnan(b.direction().x));
-        EXPECT_TRUE(allNaN(rec.stdAbwMain, rec.stdAbwSecond, rec.stdAbwThird));
-    }
-    const V3<T> two{Cpoint3<T>(T(1), T(2), T(3)), Cpoint3<T>(T(3), T(5), T(9))};
-    Cline3<T> line, line2;
-    CqLineGeom3DStdAbw<T> rec2{T(1), T(1), T(1)};
-    approximate<T>::fitLineGeom(two, line);
-    approximate<T>::fitLineGeom(two, line2, rec2);
-    for (Cline3<T> const* l : {&line, &line2}) {
-        EXPECT_EQ(l->point(), two[0]);
-        EXPECT_EQ(vec(l->direction()), vec(Cpoint3<T>(T(2) / T(7), T(3) / T(7), T(6) / T(7))));
-    }
-    EXPECT_TRUE(allNaN(rec2.stdAbwMain, rec2.stdAbwSecond, rec2.stdAbwThird));
-
-    std::mt19937_64 rng(701);
-    std::uniform_real_distribution<double> pos(-30.0, 30.0), u(-1.0, 1.0), noise(0.001, 0.5);
-    for (int trial = 0; trial < 150; ++trial) {
-        const std::size_t n = 3 + trial % 60;
-        const Vector3d c(pos(rng), pos(rng), pos(rng)), dir(u(rng), u(rng), u(rng));
-        if (dir.norm() < 0.1) continue;
-        const V3<T> v = noisyLine3<T>(rng, n, c, dir, 20.0, noise(rng));
-        const Scatter s = scatterOf(v);
-        const Vector3d ev = s.es.eigenvalues(), axis = s.es.eigenvectors().col(2);
-        Cline3<T> a, b;
-        CqLineGeom3DStdAbw<T> rec;
-        approximate<T>::fitLineGeom(v, a);
-        approximate<T>::fitLineGeom(v, b, rec);
-        const double tol = tolOf<T>(1e-11, 1e-4) * ev[2] / (ev[2] - ev[1]);
+        EXPECT_TRUE(allNaN(rec.stdAbwMain, rec.stdAbwSecond, rec.stdAbwThird)) << n;
         for (Cline3<T> const* l : {&a, &b}) {
-            EXPECT_LT(sinAngle3(vec(l->direction()), axis), tol) << trial;
-            EXPECT_NEAR(vec(l->direction()).norm(), 1.0, tolOf<T>(1e-15, 1e-6));
-            EXPECT_LT((vec(l->point()) - s.mean).norm(), tolOf<T>(5e-11, 5e-4)) << trial;
+            if (n < 2) {
+                EXPECT_TRUE(allNaN(l->point().x, l->direction().x)) << n;
+            } else {
+                EXPECT_EQ(l->point(), two[0]);
+                EXPECT_EQ(vec(l->direction()), vec(Cpoint3<T>(T(2) / T(7), T(3) / T(7), T(6) / T(7))));
+            }
         }
-        const double sMain = std::sqrt(ev[2] / (n - 1));
-        EXPECT_NEAR(rec.stdAbwMain, sMain, tolOf<T>(1e-10, 1e-5) * sMain) << trial;
-        EXPECT_NEAR(rec.stdAbwSecond, std::sqrt(std::fabs(ev[1]) / (n - 1)), tolOf<T>(1e-6, 1e-3) * sMain) << trial;
-        EXPECT_NEAR(rec.stdAbwThird, std::sqrt(std::fabs(ev[0]) / (n - 1)), tolOf<T>(1e-6, 1e-3) * sMain) << trial;
-        EXPECT_GE(rec.stdAbwMain, rec.stdAbwSecond);
-        EXPECT_GE(rec.stdAbwSecond, rec.stdAbwThird);
     }
 }
 
@@ -348,43 +261,6 @@ TYPED_TEST(ApproxGeom, PlaneSmallSetsAndExactPlane) {
     EXPECT_NEAR(f.d(), -5.0 * f.normal().z, tolOf<T>(1e-9, 1e-6));
 }
 
-// All plane fits against the smallest principal axis of the scatter.
-TYPED_TEST(ApproxGeom, PlaneMatchesPrincipalAxis) {
-    using T = TypeParam;
-    std::mt19937_64 rng(801);
-    std::uniform_real_distribution<double> pos(-20.0, 20.0), u(-1.0, 1.0), size(2.0, 20.0), noise(0.0, 0.2);
-    for (int trial = 0; trial < 150; ++trial) {
-        const std::size_t n = 4 + trial % 60;
-        const Vector3d c(pos(rng), pos(rng), pos(rng)), nrm(u(rng), u(rng), u(rng));
-        if (nrm.norm() < 0.1) continue;
-        const double a = size(rng), b = size(rng);
-        const V3<T> v = noisyPlane<T>(rng, n, c, nrm, a, b, noise(rng));
-        const Scatter s = scatterOf(v);
-        const Vector3d ev = s.es.eigenvalues(), axis = s.es.eigenvectors().col(0);
-        // eps * (scale of the raw sums, which carry n |centroid|^2) / (lambda_2 - lambda_3).
-        const double tol = tolOf<T>(1e-13, 3e-5) * (ev[2] + n * s.mean.squaredNorm()) / (ev[1] - ev[0]) +
-                           tolOf<T>(2e-8, 1e-6);
-        Cplane3<T> p, q, f;
-        CqPlaneGeomStdAbw<T> rec;
-        approximate<T>::fitPlaneGeom(v, p);
-        approximate<T>::fitPlaneGeom(v, q, rec);
-        approximate<T>::fitPlaneGeomFast(v, f, CqPlaneGeomFast<T>());
-        for (Cplane3<T> const* pl : {&p, &q, &f}) {
-            // The power iteration's stop rule leaves up to ~1e-6 rad on long patches.
-            EXPECT_LT(sinAngle3(vec(pl->normal()), axis), tol + (pl == &f ? 2e-6 : 0.0)) << trial;
-            EXPECT_NEAR(vec(pl->normal()).norm(), 1.0, tolOf<T>(1e-14, 1e-6));
-            EXPECT_NEAR(vec(pl->normal()).dot(s.mean) + pl->d(), 0.0, tolOf<T>(1e-10, 1e-3) * (1 + s.mean.norm()));
-        }
-        EXPECT_EQ(p.normal().x, q.normal().x);
-        EXPECT_EQ(p.d(), q.d());
-        const double sMain = std::sqrt(ev[2] / (n - 1));
-        EXPECT_NEAR(rec.stdAbwMain, sMain, tolOf<T>(1e-10, 1e-3) * sMain) << trial;
-        EXPECT_NEAR(rec.stdAbwSecond, std::sqrt(ev[1] / (n - 1)), tolOf<T>(1e-10, 1e-3) * sMain) << trial;
-        EXPECT_TRUE(std::isnan(rec.stdAbwNormal) || std::fabs(rec.stdAbwNormal - std::sqrt(std::max(0.0, ev[0]) / (n - 1))) <=
-                                                        tolOf<T>(1e-7, 3e-2) * sMain);
-    }
-}
-
 // Planes with normals near each axis, 1500 mm out, 100 mm across, 10^5
 // points, 1 um noise; float clouds far out and moved to the origin.
 TEST(ApproxGeomAccuracy, PlanesNearEachAxisFarFromOrigin) {
@@ -458,8 +334,10 @@ TEST(ApproxGeomFast, DefaultsAndStopRule) {
     // A long narrow patch converges slowly, so the iteration count shows.
     std::mt19937_64 rng(901);
     const V3<double> v = noisyPlane<double>(rng, 500, Vector3d(1, 2, 3), Vector3d(0.3, -0.2, 1.0), 20.0, 2.0, 0.01);
-    const Scatter s = scatterOf(v);
-    const Eigen::Matrix3d C = s.es.eigenvectors() * s.es.eigenvalues().asDiagonal() * s.es.eigenvectors().transpose();
+    Vector3d mean = Vector3d::Zero();
+    for (auto const& p : v) mean += vec(p) / double(v.size());
+    Eigen::Matrix3d C = Eigen::Matrix3d::Zero();  // centred scatter
+    for (auto const& p : v) C += (vec(p) - mean) * (vec(p) - mean).transpose();
     const Eigen::Matrix3d I = C.trace() * Eigen::Matrix3d::Identity() - C;  // inertia tensor
     auto handRun = [&](int iterations) {
         Vector3d w(1, 1, 1);
@@ -512,10 +390,9 @@ TEST(ApproxGeomFast, StartVectorBlindSpot) {
 TEST(ApproxGeomBadInput, NonFinitePoints) {
     for (double bad : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(), 1e200}) {
         SCOPED_TRACE(bad);
-        V2<double> v2{{0, 0}, {1, 2}, {bad, 1}, {3, 1}, {2, 5}};
-        V3<double> v3{{0, 0, 0}, {1, 2, 3}, {bad, 1, 2}, {3, 1, 0}, {2, 5, 1}};
-        if (bad == 1e200)
-            for (auto& p : v3) p = Cpoint3<double>(p.x * 1e200, p.y * 1e200, p.z * 1e200);
+        const double s = bad == 1e200 ? 1e200 : 1.0;  // squares beyond the double range
+        const V2<double> v2{{0, 0}, {1, 2}, {bad, 1}, {3, 1}, {2, 5}};
+        const V3<double> v3{{0, 0, 0}, {s, 2 * s, 3 * s}, {bad * s, s, 2 * s}, {3 * s, s, 0}, {2 * s, 5 * s, s}};
         Cline2<double> l2;
         Cline3<double> l3, l3r;
         Cplane3<double> pl, plr, pf;

@@ -45,19 +45,18 @@ inline double sinAngle3(Eigen::Vector3d const& a, Eigen::Vector3d const& b) {
     return a.cross(b).norm() / (a.norm() * b.norm());
 }
 
-// Scientific notation for the accuracy figures recorded in the test report.
-inline std::string sci(double v) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%.3g", v);
-    return buf;
-}
 // w = max(w, x), where a NaN x (a failed fit) sticks.
 inline void worst(double& w, double x) {
     if (!std::isnan(w) && !(x <= w)) w = x;
 }
-// Records the measured figures as test properties (see docs/accuracy.md).
+// Records the measured figures as test properties in scientific notation (see
+// docs/accuracy.md).
 inline void record(std::initializer_list<std::pair<const char*, double>> l) {
-    for (auto const& p : l) ::testing::Test::RecordProperty(p.first, sci(p.second));
+    char buf[32];
+    for (auto const& p : l) {
+        std::snprintf(buf, sizeof buf, "%.3g", p.second);
+        ::testing::Test::RecordProperty(p.first, buf);
+    }
 }
 
 }  // namespace approx_test

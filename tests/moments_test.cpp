@@ -216,8 +216,6 @@ TEST(MomentSums, DegenerateAndNonFiniteSetsGiveInvalidFits) {
     }
     approximate<double>::fitLineGeom(empty, l);
     EXPECT_FALSE(l.isValid());
-    approximate<double>::fitLineGeom(line, l);
-    EXPECT_NEAR(std::fabs(l.direction().x), std::sqrt(0.5), 1e-15);
 
     CmomentSums3<double> flat;
     for (int i = 0; i < 25; ++i) flat.add(Cpoint3<double>(i / 5, i % 5, 2));
@@ -225,9 +223,6 @@ TEST(MomentSums, DegenerateAndNonFiniteSetsGiveInvalidFits) {
     Cplane3<double> e;
     approximate<double>::fitSphereLsq(flat, s);  // coplanar: no sphere
     EXPECT_FALSE(s.isValid());
-    approximate<double>::fitPlaneGeom(flat, e);
-    EXPECT_NEAR(std::fabs(e.c()), 1.0, 1e-15);
-    EXPECT_NEAR(e.d() * e.c(), -2.0, 1e-13);
     CmomentSums3<double> bad = flat;
     bad.add(Cpoint3<double>(1, quietNaN<double>(), 0));
     EXPECT_FALSE(bad.isFinite());
