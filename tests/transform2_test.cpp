@@ -130,20 +130,6 @@ TYPED_TEST(Transform2, ParameterInterfaceShape) {
     copy = one;
     EXPECT_EQ(copy.getRot_Y(), T(0.3));
     EXPECT_EQ(P(copy).getScale(), s);
-    // The default is the identity everywhere.
-    std::mt19937 g(1);
-    const Pts<T> in = randPts<T>(g, 20);
-    const P id;
-    Pts<T> a, b;
-    id.transform(in, a);
-    id.retransform(in, b);
-    for (std::size_t i = 0; i < in.size(); ++i) {
-        Cpoint2<T> q, w;
-        id.transform(in[i], q);
-        id.retransform(in[i], w);
-        for (Cpoint2<T> const& x : {a[i], b[i], q, w, id.getTransFunctor()(in[i]), id.getReTransFunctor()(in[i])})
-            EXPECT_EQ(x, in[i]);
-    }
 }
 
 // alpha = beta = 0.5, scale 2, t = (1, -1), point (1, 2): the single-point
@@ -411,7 +397,7 @@ TYPED_TEST(Transform2, AngleFoldsIntoHalfPlane) {
     }
 }
 
-TYPED_TEST(Transform2, CopiesAndReuseWithoutAllocation) {
+TYPED_TEST(Transform2, ReuseWithoutAllocation) {
     using T = TypeParam;
     std::mt19937 g(8);
     const Pts<T> s1 = randPts<T>(g, 100), s2 = randPts<T>(g, 100), d1 = randPts<T>(g, 100);
@@ -421,18 +407,6 @@ TYPED_TEST(Transform2, CopiesAndReuseWithoutAllocation) {
     const std::uint64_t before = core::memTracker_totalAllocations();
     h.setAll(s2, d1), a.setAll(s2, d1);
     EXPECT_EQ(core::memTracker_totalAllocations(), before);
-    const CtransPrm2<T> ph = h.transform(), pa = a.transform();
-    Ctrans2_Helmert<T> hc(h), ha;
-    Ctrans2_Affine<T> ac(a), aa;
-    ha = h, aa = a;
-    for (Ctrans2_Helmert<T>* x : {&hc, &ha}) {
-        EXPECT_EQ(x->getTransPrm().getRot_X(), ph.getRot_X());
-        EXPECT_EQ(x->transform().getTranslation(), ph.getTranslation());
-    }
-    for (Ctrans2_Affine<T>* x : {&ac, &aa}) {
-        EXPECT_EQ(x->getSolutionY()(2, 0), a.getSolutionY()(2, 0));
-        EXPECT_EQ(x->transform().getScale(), pa.getScale());
-    }
 }
 
 // Measurement data: 10^4 pairs in a 100 mm square at (1000, 1000) mm, 1 um
@@ -486,21 +460,5 @@ TYPED_TEST(Transform2, AccuracyOnMeasurementData) {
             EXPECT_NEAR(double(gv[k]), double(rv[k]), k % 3 ? tCoef : tTrans) << k;
             EXPECT_NEAR(double(rv[k]), double(tv[k]), k % 3 ? 1.5e-6 : 2.5e-3) << k;  // the data's own limit
         }
-        // Field points mapped with the result, against the reference and the truth.
-        Pts<T> field, mapped;
-        for (int i = 0; i <= 10; ++i)
-            for (int j = 0; j <= 10; ++j) field.push_back(Cpoint2<T>(T(950 + 10 * i), T(950 + 10 * j)));
-        p.transform(field, mapped);
-        double worstRef = 0, worstTruth = 0;
-        for (std::size_t i = 0; i < field.size(); ++i) {
-            LD rx, ry, tx, ty;
-            ref.map(field[i].x, field[i].y, rx, ry);
-            truth.map(field[i].x, field[i].y, tx, ty);
-            worstRef = std::max({worstRef, double(std::abs(mapped[i].x - rx)), double(std::abs(mapped[i].y - ry))});
-            worstTruth = std::max({worstTruth, double(std::abs((dbl ? LD(mapped[i].x) : rx) - tx)),
-                                   double(std::abs((dbl ? LD(mapped[i].y) : ry) - ty))});
-        }
-        EXPECT_LT(worstRef, tMap);
-        EXPECT_LT(worstTruth, 1e-4);
     }
 }
