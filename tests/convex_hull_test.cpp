@@ -76,9 +76,6 @@ TYPED_TEST(Hull, EdgeCases) {
     EXPECT_EQ(CcvxHull2D<T>({W(5, 0), W(3, 4), W(1, 0)}).points(), (H{W(1, 0), W(5, 0), W(3, 4)}));
     const CcvxHull2D<T> d({W(0, 0), W(0, 0), W(1, 0), W(3, 0), W(3, 3), W(1, 1), W(0, 3), W(0, 1), W(0, 0)});
     EXPECT_EQ(d.points(), (H{W(0, 0), W(3, 0), W(3, 3), W(0, 3)}));
-    CcvxHull2D<T> c;
-    c = h;
-    EXPECT_EQ(c.points(), h.points());
 }
 
 TYPED_TEST(Hull, InteriorFilterEqualsThePlainScan) {

@@ -186,6 +186,9 @@ TYPED_TEST(Geometric3, PlaneLineAndPlanePlane) {
     Cpoint3<T> s(7, 7, 7);
     EXPECT_TRUE(geometric<T>::intersect(z0, Cline3<T>(Cpoint3<T>(0, 0, 5), Cdirec3<T>(0, 0, -1, true)), s));
     EXPECT_EQ(s, Cpoint3<T>(0, 0, 0));
+    const Cplane3<T> oblique(Cpoint3<T>(1, 2, 3), dir<T>(Eigen::Vector3d(1, 1, 1)));  // x + y + z = 6
+    ASSERT_TRUE(geometric<T>::intersect(oblique, Cline3<T>(Cpoint3<T>(1, 1, 1), Cdirec3<T>(0, 1, 0, true)), s));
+    EXPECT_NEAR((ev(s) - Eigen::Vector3d(1, 4, 1)).norm(), 0.0, tolT<T>());
     // The planes z = 0 and x = 2 meet in the line along n1 x n2 = (0, 1, 0) through (2, 0, 0).
     Cline3<T> m;
     ASSERT_TRUE(geometric<T>::intersect(z0, Cplane3<T>(Cdirec3<T>(1, 0, 0, true), T(-2)), m));

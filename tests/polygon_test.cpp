@@ -414,6 +414,7 @@ TYPED_TEST(Polygon, Simplification) {
     const auto hex = pts<T>({{1, 0}, {1, 1}, {0, 1}, {-1, 0}, {-1, -1}, {0, -1}});
     const Cpolygon2<T> h(hex);
     EXPECT_EQ(h.simplifiedTo(4).points(), pts<T>({{1, 1}, {-1, 0}, {-1, -1}, {0, -1}}));
+    EXPECT_EQ(h.simplifiedTo(3).points(), pts<T>({{1, 1}, {-1, 0}, {0, -1}}));
     for (unsigned n : {2u, 6u, 60u}) EXPECT_EQ(h.simplifiedTo(n).points(), hex) << n;
     EXPECT_EQ(Cpolygon2<T>(pts<T>({{0, 0}, {1, 1}})).simplifiedTo(1).size(), 0u);
     Cpolygon2<T> pre(hex);
