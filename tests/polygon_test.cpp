@@ -156,10 +156,8 @@ TYPED_TEST(Polygon, ThetaPseudoAngle) {
     const std::pair<P, T> known[] = {{P(0, 0), T(360)}, {P(1, 1), T(315)}, {P(5, 0), T(360)}, {P(0, 2), T(270)}, {P(-2, 0), T(180)}, {P(0, -3), T(90)}};
     for (auto const& k : known) EXPECT_EQ(Pr::theta(P(0, 0), k.first), k.second) << k.first.x << "," << k.first.y;
     EXPECT_EQ(Pr::theta(P(1, 1), P(-2, 1)), T(180));
-    EXPECT_EQ(Pr::_sign(T(-0.5)), -1);
-    EXPECT_EQ(Pr::_sign(T(0)), 0);
-    EXPECT_EQ(Pr::_sign(quietNaN<T>()), 0);
-    EXPECT_EQ(Pr::_sign(T(3)), 1);
+    for (auto const& k : {std::make_pair(T(-0.5), -1), std::make_pair(T(0), 0), std::make_pair(quietNaN<T>(), 0), std::make_pair(T(3), 1)})
+        EXPECT_EQ(Pr::_sign(k.first), k.second) << k.first;
 }
 
 TYPED_TEST(Polygon, ClassificationOfEveryType) {
@@ -415,6 +413,8 @@ TYPED_TEST(Polygon, Simplification) {
     const Cpolygon2<T> h(hex);
     EXPECT_EQ(h.simplifiedTo(4).points(), pts<T>({{1, 1}, {-1, 0}, {-1, -1}, {0, -1}}));
     EXPECT_EQ(h.simplifiedTo(3).points(), pts<T>({{1, 1}, {-1, 0}, {0, -1}}));
+    // The last vertex goes first here: the ring must close over it.
+    EXPECT_EQ(Cpolygon2<T>(pts<T>({{0, 0}, {4, 0}, {4, 4}, {0, 4}, {0, 2}})).simplifiedTo(3).points(), pts<T>({{4, 0}, {4, 4}, {0, 4}}));
     for (unsigned n : {2u, 6u, 60u}) EXPECT_EQ(h.simplifiedTo(n).points(), hex) << n;
     EXPECT_EQ(Cpolygon2<T>(pts<T>({{0, 0}, {1, 1}})).simplifiedTo(1).size(), 0u);
     Cpolygon2<T> pre(hex);
