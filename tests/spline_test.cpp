@@ -159,7 +159,6 @@ TEST(SplineBasis, KnotVectors) {
     EXPECT_EQ(CsplineBasis(3, 5).knots(), (std::vector<double>{0, 0, 0, 1, 2, 3, 3, 3}));
     EXPECT_TRUE(CsplineBasis(3, 5).ctrlCount() == 5u && CsplineBasis(3, 5).order() == 3);
     const Pts three{P3(0, 0, 0), P3(1, 0, 0), P3(3, 0, 0)};
-    EXPECT_EQ(CsplineBasis(2, CsplineBasis::KNOT_CHORD, three).knots(), (std::vector<double>{0, 0, 4.0 / 3, 2, 2}));
     // The extra i*d_i: d = 1, 2, 3, L = 6 gives 5/6 and 15/6, not 1/2 and 3/2.
     const Pts four{P3(0, 0, 0), P3(1, 0, 0), P3(3, 0, 0), P3(6, 0, 0)};
     EXPECT_EQ(CsplineBasis(2, CsplineBasis::KNOT_CHORD, four).knots(), (std::vector<double>{0, 0, 5.0 / 6, 2.5, 3, 3}));
@@ -225,10 +224,6 @@ TEST(SplineBasis, LastKnotAndOutsideQuirks) {
     std::vector<double> M0;
     basisWith(1, {0, 1, 1}).basis(1.0, M0, span);
     EXPECT_EQ(M0, (std::vector<double>{1, 0}));
-    // Wrongly sized N is resized to knot count - 1.
-    std::vector<double> small(2, 0.0);
-    b.basis(1.5, small, span);
-    EXPECT_EQ(small.size(), 7u);
     // Periodic knots: the last interval is not examined, so it gets no 1.
     const CsplineBasis p(3, CsplineBasis::KNOT_PERIODIC, Pts(4));
     std::vector<double> M(6, 0.0);
@@ -335,19 +330,6 @@ TEST(Spline, AgainstEigenSpline) {
     }
 }
 
-TEST(Spline, RationalQuarterCircle) {
-    const double r = 10.0;
-    TsplineBasisPtr bp(new CsplineBasis(basisWith(3, {0, 0, 0, 1, 1, 1})));
-    const Cspline c(bp, Pts{P3(r, 0, 0), P3(r, r, 0), P3(0, r, 0)}, {1.0, std::sqrt(0.5), 1.0});
-    EXPECT_TRUE(c.isRational() && c.point(0.0) == P3(r, 0, 0) && c.point(1.0) == P3(0, r, 0));
-    for (int i = 0; i <= 1000; ++i) {
-        P3 p, d1, d2;
-        c.derivs(i / 1000.0, p, d1, d2);  // |C| = r: C.C' = 0 and C.C'' + |C'|^2 = 0
-        EXPECT_TRUE(std::fabs(p.length() - r) < 1e-12 && p.z == 0.0 && std::fabs(p.dot(d1)) < 1e-10 &&
-                    std::fabs(p.dot(d2) + d1.dot(d1)) < 1e-9) << i;
-    }
-}
-
 // A rational curve is the projection of its homogeneous curve: A = sum w P N
 // and W = sum w N as plain curves, C = A / W, C' = (A' - W' C) / W,
 // C'' = (A'' - 2 W' C' - W'' C) / W.
@@ -359,6 +341,7 @@ TEST(Spline, RationalIsTheProjectedHomogeneousCurve) {
     Pts A, W;
     for (int i = 0; i < 7; ++i) A.push_back(P[i] * w[i]), W.push_back(P3(w[i], 0, 0));
     const Cspline c(bp, P, w), ca(bp, A), cw(bp, W);
+    EXPECT_TRUE(c.isRational());
     for (double t : {0.0, 0.3, 1.1, 2.5, 3.9, 4.0}) {
         SCOPED_TRACE(t);
         P3 p, d1, d2, a, a1, a2, v, v1, v2;
@@ -371,25 +354,6 @@ TEST(Spline, RationalIsTheProjectedHomogeneousCurve) {
         expectNear3(d1, q1, 1e-12);
         expectNear3(d2, q2, 1e-11);
     }
-}
-
-TEST(Spline, RefitOnBasisAndParams) {
-    std::mt19937 g(3);
-    const std::vector<double> x = randomClamped(g, 4, 12, 9.0);
-    TsplineBasisPtr bp(new CsplineBasis(basisWith(4, x)));
-    const Cspline src(bp, randomPoints(g, 12));
-    std::uniform_real_distribution<double> U(0.0, 9.0);
-    std::vector<double> t;
-    Pts data;
-    for (int j = 0; j < 300; ++j) {
-        t.push_back(j < 2 ? 9.0 * j : U(g));
-        data.push_back(src.point(t.back()));
-    }
-    Cspline fit;
-    EXPECT_LT(fit.fit(data, t, bp), 1e-9);
-    EXPECT_EQ(Loki::GetImpl(fit.basis()), Loki::GetImpl(bp));  // shared, not copied
-    ASSERT_EQ(fit.ctrlCount(), 12u);
-    for (unsigned i = 0; i < 12; ++i) expectNear3(fit.ctrlPoints()[i], src.ctrlPoints()[i], 1e-9);
 }
 
 TEST(Spline, FitKnotsAndInterpolation) {
@@ -420,13 +384,9 @@ TEST(Spline, SharingAndCopies) {
     b.setKnots({0, 0, 0, 0.5, 1, 1, 1});  // own basis, a unchanged
     EXPECT_TRUE(Loki::GetImpl(a.basis()) != Loki::GetImpl(b.basis()) && a.tMax() == 2.0 && b.tMax() == 1.0);
     expectNear3(a.point(1.0), b.point(0.5), 1e-15);
-    Cspline c;
-    c = a;
-    EXPECT_EQ(c.point(0.7), a.point(0.7));
     // A shared basis changed to another knot count invalidates the curve.
     TsplineBasisPtr bp(new CsplineBasis(3, 4));
     const Cspline d(bp, P);
-    EXPECT_TRUE(d.isValid());
     bp->replaceKnotVec({0, 0, 0, 1, 1});
     EXPECT_TRUE(!d.isValid() && std::isnan(d.tMax()));
     EXPECT_EQ(thrownId([&] { d.point(0.5); }), int(CthrowSpline::ERR_INVALID_ARRAY));
