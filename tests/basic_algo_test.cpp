@@ -1,6 +1,5 @@
-// Tests of BasicAlgo: medians and trimmed mean (against sorting and hand-worked
-// sort-and-remove tables), outlier removal, Horner, deflation, roots,
-// quadratics, quadratic forms (Eigen as oracle).
+// Tests of BasicAlgo: medians, trimmed mean, outlier removal, Horner, deflation,
+// roots, quadratics, quadratic forms (Eigen as oracle).
 #include <math/basic_algo.h>
 
 #include <gtest/gtest.h>

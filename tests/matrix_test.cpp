@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-
 #include <limits>
 #include <vector>
 
@@ -63,8 +62,6 @@ TYPED_TEST(MatrixTyped, ConstructionAccessBlocksRowsAndColumns) {
     EXPECT_EQ(std::vector<T>(c.row_begin(3), c.row_end(3)), (std::vector<T>{6, 7}));
 }
 
-// Rounding and regrouping are pinned bit for bit in matrix_kernel_test; here
-// a matrix combined with itself.
 TYPED_TEST(MatrixTyped, AliasingWithItself) {
     using T = TypeParam;
     Cmatrix<T> s(2, 2, T(12));

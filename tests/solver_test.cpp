@@ -204,7 +204,6 @@ TYPED_TEST(SolverTyped, GaussJordanCases) {
     // invert() after a refused 3×2 right-hand side sets up a fresh 2×2 identity.
     expectMathError([&] { gj.solve(Cmatrix<T>(3, 2, T(1))); }, CthrowMath::ERR_MATH_INVALID_ARGUMENT);
     EXPECT_TRUE(sameValues(gj.invert(), fromRows<T>(2, 2, {0, 1, 1, 0})));
-
     // Repeated solves and copies start again from the system matrix.
     std::mt19937 rng(11);
     const Cmatrix<T> A = randomMatrix<T>(5, 5, rng), b1 = randomMatrix<T>(5, 1, rng), b2 = randomMatrix<T>(5, 3, rng);
@@ -291,7 +290,6 @@ TYPED_TEST(SolverTyped, LuCases) {
     const Cmatrix<T> x = math::Csolver_luDecomp<T>(A).solve(static_cast<Cmatrix<T> const&>(b));
     const Cmatrix<T> xg = math::Csolver_GaussJordan<T>(A).solve(b);
     for (unsigned i = 0; i < 6; ++i) EXPECT_NEAR(x(i, 0), xg(i, 0), (std::is_same<T, float>::value ? 1e-3 : 1e-11));
-
     // doCrout2, without pivoting: L·U reproduces A; a zero pivot throws.
     const Cmatrix<T> A3 = fromRows<T>(3, 3, {4, 3, 2, 2, 5, 1, 1, 2, 6});
     OpenLU<T> c2(A3), z(fromRows<T>(2, 2, {0, 1, 1, 0}));
