@@ -338,7 +338,8 @@ TYPED_TEST(Geometric3, LeastSquaresIntersectionOfSpheres) {
         // Four spheres through (1, 2, 3); the side flag is not used then.
         const Eigen::Vector3d X(1, 2, 3);
         std::vector<S> sph;
-        for (Eigen::Vector3d const& C : {Eigen::Vector3d(0, 0, 0), Eigen::Vector3d(4, 0, 0), Eigen::Vector3d(0, 4, 0), Eigen::Vector3d(0, 0, 4)})
+        using V = Eigen::Vector3d;
+        for (V const& C : {V(0, 0, 0), V(4, 0, 0), V(0, 4, 0), V(0, 0, 4)})
             sph.push_back(S(pt<T>(C), T((C - X).norm())));
         Cpoint3<T> s, s2;
         ASSERT_TRUE(geometric<T>::intersect(sph, s, true));
