@@ -1,3 +1,4 @@
+#include <core/memtracker.h>
 #include <math/errors.h>
 #include <math/transform2.h>
 
@@ -407,5 +408,26 @@ TYPED_TEST(Transform2, AccuracyOnMeasurementData) {
             EXPECT_NEAR(double(gv[k]), double(rv[k]), k % 3 ? tCoef : tTrans) << k;
             EXPECT_NEAR(double(rv[k]), double(tv[k]), k % 3 ? 1.5e-6 : 2.5e-3) << k;  // the data's own limit
         }
+    }
+}
+
+// An estimator reused on a set of the same size allocates nothing; reused on
+// another size it answers as a fresh one (its systems are resized, not kept).
+TYPED_TEST(Transform2, ReuseKeepsOrResizesTheSystems) {
+    using T = TypeParam;
+    std::mt19937 g(8);
+    const Pts<T> s1 = randPts<T>(g, 100), s2 = randPts<T>(g, 100), d1 = randPts<T>(g, 100);
+    Ctrans2_Helmert<T> h;
+    Ctrans2_Affine<T> a;
+    h.setAll(s1, d1), a.setAll(s1, d1);
+    const auto before = core::memTracker_totalAllocations();
+    h.setAll(s2, d1), a.setAll(s2, d1);
+    EXPECT_EQ(core::memTracker_totalAllocations(), before);
+    for (std::size_t n : {std::size_t(40), std::size_t(100)}) {
+        const Pts<T> s(s2.begin(), s2.begin() + n), d(d1.begin(), d1.begin() + n);
+        Ctrans2_Affine<T> fresh;
+        fresh.setAll(s, d);
+        a.setAll(s, d);
+        EXPECT_EQ(a.transform().getRot_Y(), fresh.transform().getRot_Y()) << n;
     }
 }
