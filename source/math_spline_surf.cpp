@@ -24,6 +24,16 @@ CsplineBasis const& usable(TsplineBasisPtr const& b, unsigned nCtrl) {
     return basis;
 }
 
+// Gives direction basis b the knots `knots` through a copy of it (the old
+// basis may be shared with other surfaces or curves).
+void replaceKnots(TsplineBasisPtr& b, unsigned nCtrl, std::vector<double> const& knots) {
+    CsplineBasis const& basis = usable(b, nCtrl);
+    checkKnots(knots, unsigned(basis.order()), nCtrl);
+    TsplineBasisPtr copy(new CsplineBasis(basis));
+    copy->replaceKnotVec(knots);
+    b = copy;
+}
+
 double knotAt(TsplineBasisPtr const& b, unsigned nCtrl, bool upper) {
     if (!b || nCtrl == 0 || b->order() < 2 || b->knots().size() != std::size_t(b->order()) + nCtrl)
         return std::numeric_limits<double>::quiet_NaN();
@@ -117,21 +127,9 @@ double CsplineSurf::uMax() const { return knotAt(m_bu, m_nu, true); }
 double CsplineSurf::vMin() const { return knotAt(m_bv, m_nv, false); }
 double CsplineSurf::vMax() const { return knotAt(m_bv, m_nv, true); }
 
-void CsplineSurf::setKnotsU(std::vector<double> const& knots) {
-    CsplineBasis const& basis = usable(m_bu, m_nu);
-    checkKnots(knots, unsigned(basis.order()), m_nu);
-    TsplineBasisPtr b(new CsplineBasis(basis));
-    b->replaceKnotVec(knots);
-    m_bu = b;
-}
+void CsplineSurf::setKnotsU(std::vector<double> const& knots) { replaceKnots(m_bu, m_nu, knots); }
 
-void CsplineSurf::setKnotsV(std::vector<double> const& knots) {
-    CsplineBasis const& basis = usable(m_bv, m_nv);
-    checkKnots(knots, unsigned(basis.order()), m_nv);
-    TsplineBasisPtr b(new CsplineBasis(basis));
-    b->replaceKnotVec(knots);
-    m_bv = b;
-}
+void CsplineSurf::setKnotsV(std::vector<double> const& knots) { replaceKnots(m_bv, m_nv, knots); }
 
 void CsplineSurf::derivs(double u, double v, Tpoint& p, Tpoint& du, Tpoint& dv) const {
     CsplineBasis const& bu = usable(m_bu, m_nu);

@@ -22,18 +22,11 @@ template <class T>
 CtransPrm2<T>::CtransPrm2(T alpha, T beta, Cpoint2<T> const& translation, Cpoint2<T>& scale)
     : m_alpha(alpha), m_beta(beta), m_trans(translation), m_scale(scale) {}
 
+// Copies are member-wise, defined here so that they stay exported functions.
 template <class T>
-CtransPrm2<T>::CtransPrm2(CtransPrm2 const& other)
-    : m_alpha(other.m_alpha), m_beta(other.m_beta), m_trans(other.m_trans), m_scale(other.m_scale) {}
-
+CtransPrm2<T>::CtransPrm2(CtransPrm2 const&) = default;
 template <class T>
-CtransPrm2<T>& CtransPrm2<T>::operator=(CtransPrm2 const& other) {
-    m_alpha = other.m_alpha;
-    m_beta = other.m_beta;
-    m_trans = other.m_trans;
-    m_scale = other.m_scale;
-    return *this;
-}
+CtransPrm2<T>& CtransPrm2<T>::operator=(CtransPrm2 const&) = default;
 
 template <class T>
 void CtransPrm2<T>::setRotation(T angle) {
@@ -177,25 +170,11 @@ template <class T>
 Ctrans2_Basic<T>::Ctrans2_Basic() : m_sourceSet(false), m_destSet(false), m_nSource(0), m_nDest(0), m_prm() {}
 
 template <class T>
-Ctrans2_Basic<T>::Ctrans2_Basic(Ctrans2_Basic const& other)
-    : m_sourceSet(other.m_sourceSet),
-      m_destSet(other.m_destSet),
-      m_nSource(other.m_nSource),
-      m_nDest(other.m_nDest),
-      m_prm(other.m_prm) {}
-
+Ctrans2_Basic<T>::Ctrans2_Basic(Ctrans2_Basic const&) = default;
 template <class T>
-Ctrans2_Basic<T>& Ctrans2_Basic<T>::operator=(Ctrans2_Basic const& other) {
-    m_sourceSet = other.m_sourceSet;
-    m_destSet = other.m_destSet;
-    m_nSource = other.m_nSource;
-    m_nDest = other.m_nDest;
-    m_prm = other.m_prm;
-    return *this;
-}
-
+Ctrans2_Basic<T>& Ctrans2_Basic<T>::operator=(Ctrans2_Basic const&) = default;
 template <class T>
-Ctrans2_Basic<T>::~Ctrans2_Basic() {}
+Ctrans2_Basic<T>::~Ctrans2_Basic() = default;
 
 template class CtransPrm2<float>;
 template class CtransPrm2<double>;

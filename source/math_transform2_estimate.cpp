@@ -125,21 +125,13 @@ void setNaNResult(CtransPrm2<T>& prm) {
 template <class T>
 Ctrans2_Helmert<T>::Ctrans2_Helmert() : Ctrans2_Basic<T>(), m_A(0, 4), m_solution(), m_obs() {}
 
+// Copies are member-wise, defined here so that they stay exported functions.
 template <class T>
-Ctrans2_Helmert<T>::Ctrans2_Helmert(Ctrans2_Helmert const& other)
-    : Ctrans2_Basic<T>(other), m_A(other.m_A), m_solution(other.m_solution), m_obs(other.m_obs) {}
-
+Ctrans2_Helmert<T>::Ctrans2_Helmert(Ctrans2_Helmert const&) = default;
 template <class T>
-Ctrans2_Helmert<T>& Ctrans2_Helmert<T>::operator=(Ctrans2_Helmert const& other) {
-    Ctrans2_Basic<T>::operator=(other);
-    m_A = other.m_A;
-    m_solution = other.m_solution;
-    m_obs = other.m_obs;
-    return *this;
-}
-
+Ctrans2_Helmert<T>& Ctrans2_Helmert<T>::operator=(Ctrans2_Helmert const&) = default;
 template <class T>
-Ctrans2_Helmert<T>::~Ctrans2_Helmert() {}
+Ctrans2_Helmert<T>::~Ctrans2_Helmert() = default;
 
 template <class T>
 void Ctrans2_Helmert<T>::setSource(std::vector<Cpoint2<T>> const& source) {
@@ -247,29 +239,11 @@ Ctrans2_Affine<T>::Ctrans2_Affine()
     : Ctrans2_Basic<T>(), m_Ax(0, 3), m_Ay(0, 3), m_solX(), m_solY(), m_obsX(), m_obsY() {}
 
 template <class T>
-Ctrans2_Affine<T>::Ctrans2_Affine(Ctrans2_Affine const& other)
-    : Ctrans2_Basic<T>(other),
-      m_Ax(other.m_Ax),
-      m_Ay(other.m_Ay),
-      m_solX(other.m_solX),
-      m_solY(other.m_solY),
-      m_obsX(other.m_obsX),
-      m_obsY(other.m_obsY) {}
-
+Ctrans2_Affine<T>::Ctrans2_Affine(Ctrans2_Affine const&) = default;
 template <class T>
-Ctrans2_Affine<T>& Ctrans2_Affine<T>::operator=(Ctrans2_Affine const& other) {
-    Ctrans2_Basic<T>::operator=(other);
-    m_Ax = other.m_Ax;
-    m_Ay = other.m_Ay;
-    m_solX = other.m_solX;
-    m_solY = other.m_solY;
-    m_obsX = other.m_obsX;
-    m_obsY = other.m_obsY;
-    return *this;
-}
-
+Ctrans2_Affine<T>& Ctrans2_Affine<T>::operator=(Ctrans2_Affine const&) = default;
 template <class T>
-Ctrans2_Affine<T>::~Ctrans2_Affine() {}
+Ctrans2_Affine<T>::~Ctrans2_Affine() = default;
 
 template <class T>
 void Ctrans2_Affine<T>::setSource(std::vector<Cpoint2<T>> const& source) {
